@@ -1,0 +1,48 @@
+// The endpoint table: what the router's web API server can ask of this program. Order, paths and methods are what its
+// clients know.
+#include "api/endpoints.h"
+
+#include <iterator>
+
+#include "api/at_endpoint.h"
+
+namespace {
+
+constexpr ApiEntity ENDPOINTS[] = {
+    {"/modem/info", "get", operation_not_supported},
+    {"/modem/brief_info", "get", operation_not_supported},
+    {"/modem/app/brief_info", "get", operation_not_supported},
+    {"/modem/auto", "post", operation_not_supported},
+    {"/modem/get", "get", operation_not_supported},
+    {"/modem/set", "post", operation_not_supported},
+    {"/modem/enable", "post", operation_not_supported},
+    {"/modem/reset", "post", operation_not_supported},
+    {"/modem/at", "post", execute_modem_at},
+    {"/modem/sms/list", "get", operation_not_supported},
+    {"/modem/sms/delete", "post", operation_not_supported},
+    {"/modem/sms/delete_all", "post", operation_not_supported},
+    {"/modem/sms/send", "post", operation_not_supported},
+    {"/modem/sms/status", "post", operation_not_supported},
+    {"/modem/sms/code", "post", operation_not_supported},
+    {"/modem/cells/get", "post", operation_not_supported},
+    {"/modem/sim/switch", "post", operation_not_supported},
+    {"/modem/modem_info/get", "post", operation_not_supported},
+    {"/modem/sms/forward", "post", operation_not_supported},
+    {"/modem/sms/flist", "get", operation_not_supported},
+    {"/modem/sms/account", "post", operation_not_supported},
+    {"/modem/upgrade", "post", operation_not_supported},
+    {"/modem/upgrade_status", "post", operation_not_supported},
+};
+
+static_assert(std::size(ENDPOINTS) == API_ENTITY_COUNT);
+
+} // namespace
+
+int32_t operation_not_supported(json_object * /*request*/, json_object * /*reply*/) {
+    return API_NOT_SUPPORTED;
+}
+
+const ApiEntity *get_api_entity(uint32_t *count) {
+    *count = API_ENTITY_COUNT;
+    return ENDPOINTS;
+}

@@ -1,0 +1,24 @@
+// How a request names its modem; see handler.h.
+#include "api/handler.h"
+
+#include "platform/json.h"
+
+int32_t pick_modem(json_object *request, ModemModel *model) {
+    if (!vjson_contain_key(request, "modem_id")) {
+        return API_PARAMETER_MISSING;
+    }
+    const int32_t modem_id = vjson_get_int(request, "modem_id");
+    if (modem_id == MODEM_ID_NONE) {
+        return API_PARAMETER_MISSING;
+    }
+    const ModemModel *row = modem_list_find_id(modem_head, modem_id);
+    if (row == nullptr) {
+        return API_NO_SUCH_MODEM;
+    }
+    *model = *row;
+    const char *bus = vjson_get_string(request, "bus");
+    if (bus != nullptr) {
+        replace_modem_struct(model, bus);
+    }
+    return API_OK;
+}

@@ -1,0 +1,23 @@
+// What all request handlers share: their form, their status codes, and how a request names its modem.
+#pragma once
+
+#include <cstdint>
+
+#include <json-c/json.h>
+
+#include "modem/model.h"
+
+// Serves one request: reads the keys of `request`, adds keys to `reply` (both belong to the caller) and returns 0 or a
+// negative code. A handler that fails usually adds nothing.
+using ApiHandler = int32_t (*)(json_object *request, json_object *reply);
+
+constexpr int32_t API_OK = 0;
+constexpr int32_t API_NOT_SUPPORTED = -17;      // by this model or board; or it was tried and failed
+constexpr int32_t API_NO_SUCH_MODEM = -250;     // "modem_id" names no row
+constexpr int32_t API_PARAMETER_MISSING = -251; // "modem_id", or another required key
+constexpr int32_t API_EXCHANGE_FAILED = -255;   // the AT exchange; or a required key of /modem/at is missing
+
+// Fills `model` with the row that the request's "modem_id" names and, where the request has a "bus", with the run-time
+// fields for it. Returns API_OK, API_PARAMETER_MISSING (no "modem_id", or -1) or API_NO_SUCH_MODEM. Aborts where the
+// bus does not fit.
+int32_t pick_modem(json_object *request, ModemModel *model);

@@ -1,0 +1,164 @@
+// The commands of vela_modem: the table and the queries behind each row.
+#include "cli/commands.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "cli/convert.h"
+#include "modem/at_exchange.h"
+#include "modem/discovery.h"
+#include "platform/json.h"
+#include "platform/owners.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr int EXIT_USAGE = 255; // -1 as the shell sees it
+
+void print_text(const char *text) {
+    fputs(text, stdout);
+}
+
+void print_json(json_object *object) {
+    puts(json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY));
+}
+
+int not_supported() {
+    print_text("Not support");
+    return EXIT_SUCCESS;
+}
+
+// connect serial|qmi <device> <server> <apn>. The program's name, the command and three more make five arguments; where
+// the fifth is missing the line is too short, while a missing sixth is a connection without an APN.
+int run_connect(const CommandContext &context) {
+    constexpr size_t FEWEST_ARGUMENTS = 3;
+    if (context.arguments.size() < FEWEST_ARGUMENTS) {
+        print_text("\nUsage:<vela_modem> <connect> <serial/qmi> <device> <server> <apn>");
+        return EXIT_SUCCESS;
+    }
+    return not_supported();
+}
+
+// AT [device] <command>. Without a device the command goes to the model's AT port. With more than two arguments neither
+// is taken, and the exchange fails at opening the port.
+int run_at(const CommandContext &context) {
+    constexpr size_t LONGEST_COMMAND = 255;
+    constexpr size_t DEVICE_SIZE = 64;
+    constexpr size_t REPLY_SIZE = 4096;
+    if (context.arguments.empty()) {
+        print_text("\nUsage:<vela_modem> <AT> [device] <command>");
+        return EXIT_USAGE;
+    }
+    char reply[REPLY_SIZE] = {};
+    char command[LONGEST_COMMAND + COMMAND_TAIL] = {};
+    char device[DEVICE_SIZE] = {};
+    const std::span<char> command_text = std::span(command).first(LONGEST_COMMAND + 1);
+    if (context.arguments.size() == 1) {
+        text_copy(command_text, context.arguments[0]);
+        modem_search_port(context.model.bus, context.model.control_port, device);
+    } else if (context.arguments.size() == 2) {
+        text_copy(command_text, context.arguments[1]);
+        text_copy(device, context.arguments[0]);
+    }
+    if (send_command(device, command, reply, sizeof reply) == 0) {
+        printf("\n%s", reply);
+    }
+    return EXIT_SUCCESS;
+}
+
+// The measurements, the level 0 to 4 and the generation as a text: the slot's result counts up from the digit of "0G".
+int run_signal(const CommandContext &context) {
+    if (context.model.ops.signal_info == nullptr) {
+        return not_supported();
+    }
+    const Json report(json_object_new_object());
+    json_object *signals = json_object_new_array();
+    vjson_add_object(report.get(), "signals", signals);
+    int32_t strength = -1;
+    char mode[] = "0G";
+    mode[0] = static_cast<char>(mode[0] + context.model.ops.signal_info(context.model, signals, &strength));
+    vjson_add_int(report.get(), "strength", strength);
+    vjson_add_string(report.get(), "mode", mode);
+    print_json(report.get());
+    return EXIT_SUCCESS;
+}
+
+int run_cells(const CommandContext &context) {
+    if (context.model.ops.cell_info == nullptr) {
+        return not_supported();
+    }
+    const Json cells(json_object_new_array());
+    context.model.ops.cell_info(context.model, cells.get());
+    print_json(cells.get());
+    return EXIT_SUCCESS;
+}
+
+int run_iccid(const CommandContext &context) {
+    if (context.model.ops.get_qccid == nullptr) {
+        return not_supported();
+    }
+    char iccid[30] = {};
+    context.model.ops.get_qccid(context.model, std::span(iccid));
+    print_text(iccid);
+    return EXIT_SUCCESS;
+}
+
+int run_thermal(const CommandContext &context) {
+    if (context.model.ops.thermal_ctrl == nullptr) {
+        return not_supported();
+    }
+    // Two blanks: scripts compare the line as it has always been.
+    print_text(context.model.ops.thermal_ctrl(context.model) == 0 ? "thermal setting  success"
+                                                                  : "thermal setting failed");
+    return EXIT_SUCCESS;
+}
+
+int run_check_register(const CommandContext &context) {
+    if (context.model.ops.check_register == nullptr) {
+        return not_supported();
+    }
+    printf("check_register=%d\n", context.model.ops.check_register(context.model));
+    return EXIT_SUCCESS;
+}
+
+int run_get_mode(const CommandContext &context) {
+    if (context.model.ops.get_mode == nullptr) {
+        return not_supported();
+    }
+    char mode[5] = {};
+    context.model.ops.get_mode(context.model, std::span(mode));
+    printf("get_mode: %s\n", mode);
+    return EXIT_SUCCESS;
+}
+
+int run_convert(const CommandContext &context) {
+    return convert_file(context.arguments);
+}
+
+constexpr Command COMMANDS[] = {
+    {"connect", run_connect},      {"connect-auto", nullptr},
+    {"new-connect-auto", nullptr}, {"disconnect", nullptr},
+    {"sim-status", nullptr},       {"AT", run_at},
+    {"signal", run_signal},        {"cells", run_cells},
+    {"iccid", run_iccid},          {"thermal", run_thermal},
+    {"carrier", nullptr},          {"test", nullptr},
+    {"convert", run_convert},      {"check_register", run_check_register},
+    {"get_mode", run_get_mode},    {"wifi_lte_interference", nullptr},
+};
+
+} // namespace
+
+std::span<const Command> all_commands() {
+    return COMMANDS;
+}
+
+int run_command(const char *name, const CommandContext &context) {
+    for (const Command &command : COMMANDS) {
+        if (strcmp(command.name, name) == 0) {
+            return command.run != nullptr ? command.run(context) : not_supported();
+        }
+    }
+    print_text("\nUsage:<vela_modem> <command> [option]");
+    return EXIT_SUCCESS;
+}

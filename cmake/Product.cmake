@@ -1,0 +1,63 @@
+# What ships: vela_modem (which exports get_api_entity too), vela_modem.so and vela_api.
+#
+# They are C++ without exceptions and run-time type information and need no C++ run-time library: flash is what routers
+# have least of. They are linked by the C compiler, so that code which needs libstdc++ does not link. The optimisation
+# level is the packager's.
+
+add_library(vela_core STATIC
+    api/at_endpoint.cpp
+    api/handler.cpp
+    cli/arguments.cpp
+    cli/commands.cpp
+    cli/convert.cpp
+    modem/at_exchange.cpp
+    modem/at_reply.cpp
+    modem/bus_name.cpp
+    modem/debug.cpp
+    modem/detection.cpp
+    modem/discovery.cpp
+    modem/model.cpp
+    modem/model_table.cpp
+    modem/serial_port.cpp
+    modem/sysfs_walk.cpp
+    platform/board.cpp
+    platform/json.cpp
+    platform/shell.cpp
+    platform/text.cpp
+    platform/ubus.cpp
+    platform/uci.cpp
+    platform/ucs2.cpp
+    platform/utf8.cpp
+    platform/wifi.cpp
+)
+# The table that both product files export; objects, as a linker takes nothing from an archive that nobody calls.
+add_library(vela_endpoints OBJECT api/endpoints.cpp)
+
+add_executable(vela_modem cli/main.cpp $<TARGET_OBJECTS:vela_endpoints>)
+add_library(vela_modem_plugin MODULE $<TARGET_OBJECTS:vela_endpoints>)
+add_executable(vela_api tools/vela_api.cpp)
+
+target_include_directories(vela_core PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+target_link_libraries(vela_core PUBLIC vela_uci vela_ubus vela_jsonc)
+target_link_libraries(vela_endpoints PUBLIC vela_core)
+target_link_libraries(vela_modem PRIVATE vela_core)
+target_link_libraries(vela_modem_plugin PRIVATE vela_core)
+target_include_directories(vela_api PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+target_link_libraries(vela_api PRIVATE vela_jsonc ${CMAKE_DL_LIBS})
+
+set_target_properties(vela_modem PROPERTIES ENABLE_EXPORTS ON)
+set_target_properties(vela_modem_plugin PROPERTIES PREFIX "" OUTPUT_NAME vela_modem)
+
+# The C++ compiler's libraries would be added for the C++ objects; without them a stray need is a link error.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+foreach(target vela_core vela_endpoints vela_modem vela_modem_plugin vela_api)
+    set_target_properties(${target} PROPERTIES
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        LINKER_LANGUAGE C)
+    target_compile_options(${target} PRIVATE
+        $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+        -ffunction-sections -fdata-sections
+        -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef)
+    target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now)
+endforeach()

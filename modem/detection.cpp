@@ -1,0 +1,102 @@
+// Modem detection; see detection.h.
+#include "modem/detection.h"
+
+#include <cstring>
+
+#include "modem/debug.h"
+#include "modem/discovery.h"
+#include "platform/board.h"
+#include "platform/json.h"
+#include "platform/text.h"
+
+namespace {
+
+// Enough for "/dev/ttyUSB" and a number; a longer name aborts.
+constexpr size_t REPORTED_PORT_SIZE = 30;
+
+// Reports the device paths of all ports on the bus under "ports"; returns how many there are.
+int report_ports(json_object *report, const char *bus) {
+    json_object *ports = json_object_new_array();
+    vjson_add_object(report, "ports", ports);
+    return modem_get_ports(bus, ports);
+}
+
+void report_port(json_object *report, const char *key, const char *bus, int interface_number) {
+    char path[REPORTED_PORT_SIZE] = {};
+    modem_search_port(bus, interface_number, path);
+    vjson_add_string(report, key, path);
+}
+
+// Only the halvor's second modem slot knows the hardware variant; everywhere else the keys are there and empty.
+void report_board(json_object *report, const char *bus) {
+    if (strcmp(get_model_name(), "halvor") != 0 || strcmp(bus, "2-1.2") != 0) {
+        vjson_add_string(report, "hw_version", "");
+        vjson_add_string(report, "sim_num", "");
+    }
+}
+
+void report_detail(json_object *report, const ModemModel &model) {
+    vjson_add_string(report, "name", model.name);
+    vjson_add_string(report, "bus", model.bus);
+    report_board(report, model.bus);
+    json_object *operators = json_object_new_array();
+    vjson_array_add_string(operators, "Visible");
+    vjson_add_object(report, "operators", operators);
+}
+
+ModemModel no_modem() {
+    ModemModel model = {};
+    model.modem_id = MODEM_ID_NONE;
+    return model;
+}
+
+ModemModel *no_ports(ModemModel *out) {
+    DEBUG_printf("failed get ports\n");
+    *out = no_modem();
+    return out;
+}
+
+} // namespace
+
+ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, int detail) {
+    *out = no_modem();
+    text_copy(out->bus, bus);
+    uint32_t vid = 0;
+    uint32_t pid = 0;
+    if (modem_get_usb_id(bus, &vid, &pid) != 0) {
+        DEBUG_printf("please insert device\n");
+        return out;
+    }
+    DEBUG_printf("vid %X,pid %X\n", vid, pid);
+    const ModemModel *row = modem_list_find_usbid(modem_head, vid, pid);
+    if (row == nullptr) {
+        return detect_unknow_modem(out, report, bus);
+    }
+    if (report_ports(report, bus) < 1) {
+        return no_ports(out);
+    }
+    *out = *row;
+    replace_modem_struct(out, bus);
+    vjson_add_int(report, "modem_id", out->modem_id);
+    report_port(report, "data_port", bus, out->data_port);
+    report_port(report, "control_port", bus, out->control_port);
+    if (out->qmi_port >= 0) {
+        report_port(report, "qmi_port", bus, out->qmi_port);
+    }
+    if (detail != 0) {
+        report_detail(report, *out);
+    }
+    return out;
+}
+
+ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char *bus) {
+    if (report_ports(report, bus) < 1) {
+        return no_ports(out);
+    }
+    *out = *modem_list_find_id(modem_head, MODEM_ID_UNKNOWN);
+    vjson_add_int(report, "modem_id", out->modem_id);
+    vjson_add_string(report, "name", "-");
+    replace_modem_struct(out, bus);
+    vjson_add_string(report, "bus", bus);
+    return out;
+}

@@ -1,0 +1,225 @@
+// USB discovery over sysfs; see discovery.h.
+#include "modem/discovery.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "modem/bus_name.h"
+#include "platform/json.h"
+#include "platform/owners.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr const char *DEVICES = "/sys/devices/platform";
+constexpr size_t INTERFACE_NAME_SIZE = 20; // "1-1.2:1.2"
+
+bool contains(std::string_view name, std::string_view fragment) {
+    return name.find(fragment) != name.npos;
+}
+
+// --- Directories called by a name ---
+
+struct NameSearch {
+    const char *name;
+    std::span<char> out;
+    bool found;
+};
+
+Visit match_name(const char *directory, const char *name, void *context) {
+    auto &search = *static_cast<NameSearch *>(context);
+    if (strcmp(name, search.name) != 0) {
+        return Visit::DESCEND;
+    }
+    if (!search.found) {
+        search.found = true;
+        text_format(search.out, "%s/%s", directory, name);
+    }
+    return Visit::FOUND_LEAVE;
+}
+
+// The last component of `path` that is the name of a USB device or interface; empty where there is none (an empty
+// component ends the search with that result too).
+std::string_view enclosing_usb_node(std::string_view path) {
+    size_t slash = path.rfind('/');
+    while (slash != path.npos) {
+        const std::string_view component = text_from(path, slash + 1);
+        if (is_usb_node(component)) {
+            return component;
+        }
+        path = text_before(path, slash);
+        slash = path.rfind('/');
+    }
+    return {};
+}
+
+Visit match_node_of_name(const char *directory, const char *name, void *context) {
+    auto &search = *static_cast<NameSearch *>(context);
+    if (strcmp(name, search.name) != 0) {
+        return Visit::DESCEND;
+    }
+    const std::string_view node = enclosing_usb_node(directory);
+    if (node.empty()) {
+        return Visit::LEAVE;
+    }
+    if (!search.found) {
+        search.found = true;
+        text_copy(search.out, node);
+    }
+    return Visit::FOUND_LEAVE;
+}
+
+// The directory of a device or interface by its name, into `path`.
+bool find_node(const char *node, std::span<char> path) {
+    int32_t counter = 0;
+    return node != nullptr && modem_search_bus(DEVICES, node, path, &counter) >= 1;
+}
+
+// --- Device nodes below a directory ---
+
+constexpr std::string_view PORT_FRAGMENTS[] = {"ttyUSB", "cdc-wdm", "ttyACM"};
+
+Visit match_port(const char * /*directory*/, const char *name, void *context) {
+    for (const std::string_view fragment : PORT_FRAGMENTS) {
+        if (contains(name, fragment)) {
+            text_format(*static_cast<std::span<char> *>(context), "/dev/%s", name);
+            return Visit::FOUND_END;
+        }
+    }
+    return Visit::DESCEND;
+}
+
+// ACM ports are named only in the "tty" directory below their interface; ttyUSB ports are named there a second time, so
+// each kind counts on its own side.
+Visit collect_port(const char *directory, const char *name, void *context) {
+    const bool is_port =
+        contains(directory, "/tty") ? contains(name, "ttyACM") : contains(name, "ttyUSB") || contains(name, "cdc-wdm");
+    if (!is_port) {
+        return Visit::DESCEND;
+    }
+    char path[SYSFS_PATH_SIZE];
+    text_format(path, "/dev/%s", name);
+    vjson_array_add_string(static_cast<json_object *>(context), path);
+    return Visit::FOUND_DESCEND;
+}
+
+struct FragmentSearch {
+    const char *fragment;
+    std::span<char> out;
+};
+
+Visit match_fragment(const char * /*directory*/, const char *name, void *context) {
+    auto &search = *static_cast<FragmentSearch *>(context);
+    if (!contains(name, search.fragment)) {
+        return Visit::DESCEND;
+    }
+    text_copy(search.out, name);
+    return Visit::FOUND_END;
+}
+
+// Walks the directory of a device or interface; fewer than one find is a failure.
+int search_below_node(const char *node, VisitDirectory visit, void *context) {
+    char path[SYSFS_PATH_SIZE] = {};
+    if (!find_node(node, path)) {
+        return -1;
+    }
+    int32_t counter = 0;
+    const int found = walk_directories(path, &counter, visit, context);
+    return found < 1 ? -1 : found;
+}
+
+// --- Ids ---
+
+enum class IdRead { FAILED, EMPTY, DONE };
+
+// Reads one hexadecimal id file. The kernel writes four digits and a line feed; 14 bytes are plenty.
+IdRead read_id(const char *path, uint32_t *id) {
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) {
+        return IdRead::FAILED;
+    }
+    char text[15] = {};
+    if (read(file.get(), text, sizeof text - 1) <= 0) {
+        return IdRead::EMPTY;
+    }
+    *id = static_cast<uint32_t>(strtoul(text, nullptr, 16));
+    return IdRead::DONE;
+}
+
+// The places of a modem on the routers that have one, in the order in which they are tried.
+constexpr const char *USUAL_BUSES[] = {"1-1.2", "1-1.3", "1-1"};
+
+IdRead read_id_of_usual_bus(const char *file_name, uint32_t *id) {
+    for (const char *bus : USUAL_BUSES) {
+        char path[SYSFS_PATH_SIZE];
+        text_format(path, "/sys/bus/usb/devices/%s/%s", bus, file_name);
+        const IdRead result = read_id(path, id);
+        if (result != IdRead::FAILED) {
+            return result;
+        }
+    }
+    return IdRead::FAILED;
+}
+
+IdRead read_id_below(const char *directory, const char *file_name, uint32_t *id) {
+    char path[SYSFS_PATH_SIZE];
+    text_format(path, "%s/%s", directory, file_name);
+    return read_id(path, id);
+}
+
+} // namespace
+
+int modem_search_bus(const char *directory, const char *name, std::span<char> out, int32_t *counter) {
+    NameSearch search = {name, out, false};
+    return walk_directories(directory, counter, match_name, &search);
+}
+
+int modem_search_usb_node(const char *directory, const char *name, std::span<char> out, int32_t *counter) {
+    NameSearch search = {name, out, false};
+    return walk_directories(directory, counter, match_node_of_name, &search);
+}
+
+int modem_get_usb_id(const char *bus, uint32_t *vid, uint32_t *pid) {
+    char directory[SYSFS_PATH_SIZE] = {};
+    if (bus != nullptr && !find_node(bus, directory)) {
+        return -1;
+    }
+    const auto read = [bus, &directory](const char *file_name, uint32_t *id) {
+        return bus != nullptr ? read_id_below(directory, file_name, id) : read_id_of_usual_bus(file_name, id);
+    };
+    IdRead result = read("idProduct", pid);
+    if (result == IdRead::DONE) {
+        result = read("idVendor", vid);
+    }
+    return result == IdRead::FAILED ? -1 : 0;
+}
+
+int modem_search_port(const char *bus, int interface_number, std::span<char> out) {
+    if (bus == nullptr) {
+        return -1;
+    }
+    char node[INTERFACE_NAME_SIZE];
+    text_format(node, "%s:1.%d", bus, interface_number);
+    return modem_search_port_by_node(node, out);
+}
+
+int modem_search_port_by_node(const char *node, std::span<char> out) {
+    return search_below_node(node, match_port, &out);
+}
+
+int modem_get_ports(const char *bus, json_object *ports) {
+    char path[SYSFS_PATH_SIZE] = {};
+    if (!find_node(bus, path)) {
+        return -1;
+    }
+    int32_t counter = 0;
+    return walk_directories(path, &counter, collect_port, ports);
+}
+
+int modem_get_net_dev(const char *bus, const char *fragment, std::span<char> out) {
+    FragmentSearch search = {fragment, out};
+    return search_below_node(bus, match_fragment, &search);
+}

@@ -1,0 +1,35 @@
+// Shell commands: the way this program drives the rest of the router.
+//
+// Each command is one line run by /bin/sh with its full syntax (pipes, redirections, lists). The child gets a clean
+// start, since it may run inside somebody else's server: no descriptor of the host above standard error, an empty
+// signal mask and the default SIGPIPE. Standard error is the caller's, so what a command complains of is never
+// captured. A command that cannot be started yields empty output.
+#pragma once
+
+#include <span>
+
+// Runs the command, waits for it and puts its whole standard output, newlines included, into `out`.
+// Output beyond the buffer is read and dropped, so that the command runs to its end. No output: an empty text.
+void getShellCommandReturn(const char *command, std::span<char> out);
+
+// The same with only the first line of the output, without its line end.
+void getShellCommandReturnLine(const char *command, std::span<char> out);
+
+// Runs the command and returns its whole output as a NUL-terminated text that the caller releases with free();
+// null when the command could not be run or printed nothing.
+char *getShellCommandReturnDynamic(const char *command);
+
+// Same as getShellCommandReturn. The name is historic: it is given ordinary commands.
+void getUciReturn(const char *command, std::span<char> out);
+
+// Runs the command and waits; its output goes where the caller's goes. Returns its exit status, 128 and the signal's
+// number where a signal ended it, -1 when it could not be run.
+int execCommand(const char *command);
+
+// Starts the command in the background and returns at once: 0, or -1 when it could not be started. The command is
+// nobody's child but init's (no zombie stays in a long-lived host), leads a session of its own and has /dev/null for
+// its three standard streams, so that a pipe the host writes to does not stay open behind it.
+int fork_exec2(const char *command);
+
+// Non-zero when the file exists.
+int cmm_check_file_is_exist(const char *path);
