@@ -16,6 +16,7 @@
 
 #include "api/endpoints.h"
 #include "platform/owners.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -43,12 +44,10 @@ const char *default_plugin() {
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
     if (length > 0) {
         path[length] = '\0';
-        char *name = strrchr(path, '/') + 1;
-        if (static_cast<size_t>(name - path) + strlen(PLUGIN_NAME) < sizeof path) {
-            strcpy(name, PLUGIN_NAME);
-            if (access(path, R_OK) == 0) {
-                return path;
-            }
+        const auto name = static_cast<size_t>(strrchr(path, '/') + 1 - path);
+        text_copy(std::span(path).subspan(name), PLUGIN_NAME);
+        if (access(path, R_OK) == 0) {
+            return path;
         }
     }
     return PLUGIN_NAME;
