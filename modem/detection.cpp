@@ -14,16 +14,16 @@ namespace {
 // Enough for "/dev/ttyUSB" and a number; a longer name aborts.
 constexpr size_t REPORTED_PORT_SIZE = 30;
 
-// Reports the device paths of all ports on the bus under "ports"; returns how many there are.
-int report_ports(json_object *report, const char *bus) {
+// Reports the device paths of all ports of the device under "ports"; returns how many there are.
+int report_ports(json_object *report, const char *device_directory) {
     json_object *ports = json_object_new_array();
     vjson_add_object(report, "ports", ports);
-    return modem_get_ports(bus, ports);
+    return modem_list_ports(device_directory, ports);
 }
 
-void report_port(json_object *report, const char *key, const char *bus, int interface_number) {
+void report_port(json_object *report, const char *key, const char *device_directory, const char *bus, int number) {
     char path[REPORTED_PORT_SIZE] = {};
-    modem_search_port(bus, interface_number, path);
+    modem_find_port(device_directory, bus, number, path);
     vjson_add_string(report, key, path);
 }
 
@@ -61,9 +61,10 @@ ModemModel *no_ports(ModemModel *out) {
 ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, int detail) {
     *out = no_modem();
     text_copy(out->bus, bus);
+    char device[SYSFS_PATH_SIZE] = {};
     uint32_t vid = 0;
     uint32_t pid = 0;
-    if (modem_get_usb_id(bus, &vid, &pid) != 0) {
+    if (modem_find_device(bus, device) != 0 || modem_read_usb_id(device, &vid, &pid) != 0) {
         DEBUG_printf("please insert device\n");
         return out;
     }
@@ -72,16 +73,16 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
     if (row == nullptr) {
         return detect_unknow_modem(out, report, bus);
     }
-    if (report_ports(report, bus) < 1) {
+    if (report_ports(report, device) < 1) {
         return no_ports(out);
     }
     *out = *row;
     replace_modem_struct(out, bus);
     vjson_add_int(report, "modem_id", out->modem_id);
-    report_port(report, "data_port", bus, out->data_port);
-    report_port(report, "control_port", bus, out->control_port);
+    report_port(report, "data_port", device, bus, out->data_port);
+    report_port(report, "control_port", device, bus, out->control_port);
     if (out->qmi_port >= 0) {
-        report_port(report, "qmi_port", bus, out->qmi_port);
+        report_port(report, "qmi_port", device, bus, out->qmi_port);
     }
     if (detail != 0) {
         report_detail(report, *out);
@@ -90,7 +91,9 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
 }
 
 ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char *bus) {
-    if (report_ports(report, bus) < 1) {
+    char device[SYSFS_PATH_SIZE] = {};
+    modem_find_device(bus, device);
+    if (report_ports(report, device) < 1) {
         return no_ports(out);
     }
     *out = *modem_list_find_id(modem_head, MODEM_ID_UNKNOWN);

@@ -120,15 +120,17 @@ Visit match_fragment(const char * /*directory*/, const char *name, void *context
     return Visit::FOUND_END;
 }
 
-// Walks the directory of a device or interface; fewer than one find is a failure.
-int search_below_node(const char *node, VisitDirectory visit, void *context) {
-    char path[SYSFS_PATH_SIZE] = {};
-    if (!find_node(node, path)) {
-        return -1;
-    }
+// Walks a directory; fewer than one find is a failure.
+int search_below(const char *directory, VisitDirectory visit, void *context) {
     int32_t counter = 0;
-    const int found = walk_directories(path, &counter, visit, context);
+    const int found = walk_directories(directory, &counter, visit, context);
     return found < 1 ? -1 : found;
+}
+
+// The same for the directory of a device or interface, found by its name.
+int search_below_node(const char *node, VisitDirectory visit, void *context) {
+    char directory[SYSFS_PATH_SIZE] = {};
+    return find_node(node, directory) ? search_below(directory, visit, context) : -1;
 }
 
 // --- Ids ---
@@ -170,6 +172,15 @@ IdRead read_id_below(const char *directory, const char *file_name, uint32_t *id)
     return read_id(path, id);
 }
 
+// Product before vendor; the first that cannot be read, or is empty, ends it.
+template <typename ReadId> int read_both_ids(ReadId read, uint32_t *vid, uint32_t *pid) {
+    IdRead result = read("idProduct", pid);
+    if (result == IdRead::DONE) {
+        result = read("idVendor", vid);
+    }
+    return result == IdRead::FAILED ? -1 : 0;
+}
+
 } // namespace
 
 int modem_search_bus(const char *directory, const char *name, std::span<char> out, int32_t *counter) {
@@ -182,19 +193,30 @@ int modem_search_usb_node(const char *directory, const char *name, std::span<cha
     return walk_directories(directory, counter, match_node_of_name, &search);
 }
 
+int modem_find_device(const char *bus, std::span<char> directory) {
+    return find_node(bus, directory) ? 0 : -1;
+}
+
+int modem_read_usb_id(const char *device_directory, uint32_t *vid, uint32_t *pid) {
+    return read_both_ids([=](const char *name, uint32_t *id) { return read_id_below(device_directory, name, id); }, vid,
+                         pid);
+}
+
 int modem_get_usb_id(const char *bus, uint32_t *vid, uint32_t *pid) {
+    if (bus == nullptr) {
+        return read_both_ids(read_id_of_usual_bus, vid, pid);
+    }
     char directory[SYSFS_PATH_SIZE] = {};
-    if (bus != nullptr && !find_node(bus, directory)) {
-        return -1;
-    }
-    const auto read = [bus, &directory](const char *file_name, uint32_t *id) {
-        return bus != nullptr ? read_id_below(directory, file_name, id) : read_id_of_usual_bus(file_name, id);
-    };
-    IdRead result = read("idProduct", pid);
-    if (result == IdRead::DONE) {
-        result = read("idVendor", vid);
-    }
-    return result == IdRead::FAILED ? -1 : 0;
+    return modem_find_device(bus, directory) == 0 ? modem_read_usb_id(directory, vid, pid) : -1;
+}
+
+int modem_find_port(const char *device_directory, const char *bus, int interface_number, std::span<char> out) {
+    // The interfaces' directories stand directly in the device's, so this one needs no search.
+    char node[INTERFACE_NAME_SIZE];
+    char directory[SYSFS_PATH_SIZE];
+    text_format(node, "%s:1.%d", bus, interface_number);
+    text_format(directory, "%s/%s", device_directory, node);
+    return search_below(directory, match_port, &out);
 }
 
 int modem_search_port(const char *bus, int interface_number, std::span<char> out) {
@@ -210,13 +232,14 @@ int modem_search_port_by_node(const char *node, std::span<char> out) {
     return search_below_node(node, match_port, &out);
 }
 
-int modem_get_ports(const char *bus, json_object *ports) {
-    char path[SYSFS_PATH_SIZE] = {};
-    if (!find_node(bus, path)) {
-        return -1;
-    }
+int modem_list_ports(const char *device_directory, json_object *ports) {
     int32_t counter = 0;
-    return walk_directories(path, &counter, collect_port, ports);
+    return walk_directories(device_directory, &counter, collect_port, ports);
+}
+
+int modem_get_ports(const char *bus, json_object *ports) {
+    char directory[SYSFS_PATH_SIZE] = {};
+    return modem_find_device(bus, directory) == 0 ? modem_list_ports(directory, ports) : -1;
 }
 
 int modem_get_net_dev(const char *bus, const char *fragment, std::span<char> out) {

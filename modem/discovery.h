@@ -30,6 +30,15 @@ int modem_get_usb_id(const char *bus, uint32_t *vid, uint32_t *pid);
 // none below a USB node, -1 on failure.
 int modem_search_usb_node(const char *directory, const char *name, std::span<char> out, int32_t *counter);
 
+// The operations below look the device on the bus up first. Detection, which asks several things of one device, looks
+// it up once and uses the variants that take its directory.
+
+// The directory of the device on the bus into `directory` (SYSFS_PATH_SIZE bytes). Returns 0 or -1.
+int modem_find_device(const char *bus, std::span<char> directory);
+int modem_read_usb_id(const char *device_directory, uint32_t *vid, uint32_t *pid);
+int modem_list_ports(const char *device_directory, json_object *ports);
+int modem_find_port(const char *device_directory, const char *bus, int interface_number, std::span<char> out);
+
 // The device path of the first tty or cdc-wdm device of a USB interface, given by bus and interface number or by the
 // interface's directory name ("1-1.2:1.2"), into `out` (PORT_PATH_SIZE bytes). Returns 1 or more when found; -1 when
 // not, or on failure, with `out` untouched.

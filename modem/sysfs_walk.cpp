@@ -1,9 +1,14 @@
 // Depth-first directory walk; see sysfs_walk.h.
 #include "modem/sysfs_walk.h"
 
+#include <cstddef>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "platform/owners.h"
 #include "platform/text.h"
@@ -13,9 +18,60 @@ namespace {
 constexpr int32_t MOST_DIRECTORIES = 1000;
 constexpr int FAILED = -1;
 
-bool is_dot_entry(const char *name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+bool is_dot_entry(std::string_view name) {
+    return name == "." || name == "..";
 }
+
+// The entries of one directory, straight from the kernel: open, getdents64 until it is empty, close. A discovery opens
+// every directory of the tree, and opendir(3) would add a stat and a heap buffer of 32 KiB to each.
+class Entries {
+public:
+    explicit Entries(const char *path) : directory_(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
+    bool opened() const { return directory_.valid(); }
+
+    struct Entry {
+        const char *name;
+        unsigned char type; // a DT_ value of <dirent.h>
+    };
+
+    // The next entry, valid until the next call; false at the end or on an error.
+    bool next(Entry *entry) {
+        if (position_ >= filled_ && !fill()) {
+            return false;
+        }
+        const char *record = buffer_ + position_;
+        uint16_t length;
+        memcpy(&length, record + offsetof(Record, length), sizeof length);
+        position_ += length;
+        entry->type = static_cast<unsigned char>(record[offsetof(Record, type)]);
+        entry->name = record + offsetof(Record, name);
+        return true;
+    }
+
+private:
+    // struct linux_dirent64 of getdents64(2).
+    struct Record {
+        uint64_t inode;
+        int64_t offset;
+        uint16_t length;
+        unsigned char type;
+        char name[];
+    };
+
+    bool fill() {
+        const long got = syscall(SYS_getdents64, directory_.get(), buffer_, sizeof buffer_);
+        position_ = 0;
+        filled_ = got > 0 ? static_cast<size_t>(got) : 0;
+        return filled_ > 0;
+    }
+
+    Descriptor directory_;
+    // Room for a directory of sysfs in one piece; there is one such buffer for each level of the walk.
+    alignas(Record) char buffer_[2048];
+    size_t position_ = 0;
+    size_t filled_ = 0;
+};
 
 class Walk {
 public:
@@ -30,16 +86,17 @@ public:
             return FAILED;
         }
         ++*counter_;
-        const Directory entries(opendir(path_));
-        if (entries == nullptr) {
+        Entries entries(path_);
+        if (!entries.opened()) {
             return FAILED;
         }
         int found = 0;
-        while (const dirent *entry = readdir(entries.get())) {
-            if (is_dot_entry(entry->d_name) || !is_directory(*entry)) {
+        Entries::Entry entry;
+        while (entries.next(&entry)) {
+            if (is_dot_entry(entry.name) || !is_directory(entry)) {
                 continue;
             }
-            switch (visit_(path_, entry->d_name, context_)) {
+            switch (visit_(path_, entry.name, context_)) {
             case Visit::FOUND_END:
                 ended_ = true;
                 return found + 1;
@@ -53,7 +110,7 @@ public:
             case Visit::DESCEND:
                 break;
             }
-            const int below = subdirectory(entry->d_name);
+            const int below = subdirectory(entry.name);
             if (below == FAILED) {
                 return FAILED;
             }
@@ -76,17 +133,18 @@ private:
     }
 
     void append(const char *name) {
-        text_format(std::span(path_).subspan(length_), "/%s", name);
+        text_copy(std::span(path_).subspan(length_), "/");
+        text_copy(std::span(path_).subspan(length_ + 1), name);
         length_ += 1 + strlen(name);
     }
 
-    bool is_directory(const dirent &entry) {
-        if (entry.d_type != DT_UNKNOWN) {
-            return entry.d_type == DT_DIR;
+    bool is_directory(const Entries::Entry &entry) {
+        if (entry.type != DT_UNKNOWN) {
+            return entry.type == DT_DIR;
         }
         // Some file systems leave the type out.
         const size_t length_before = length_;
-        append(entry.d_name);
+        append(entry.name);
         struct stat status;
         const bool result = lstat(path_, &status) == 0 && S_ISDIR(status.st_mode);
         length_ = length_before;
