@@ -30,14 +30,16 @@ int not_supported() {
 }
 
 // connect serial|qmi <device> <server> <apn>. The program's name, the command and three more make five arguments; where
-// the fifth is missing the line is too short, while a missing sixth is a connection without an APN.
+// the fifth is missing the line is too short, while a missing sixth is a connection without an APN. Any other word than
+// these two is passed over in silence.
 int run_connect(const CommandContext &context) {
     constexpr size_t FEWEST_ARGUMENTS = 3;
     if (context.arguments.size() < FEWEST_ARGUMENTS) {
         print_text("\nUsage:<vela_modem> <connect> <serial/qmi> <device> <server> <apn>");
         return EXIT_SUCCESS;
     }
-    return not_supported();
+    const char *mode = context.arguments[0];
+    return strcmp(mode, "serial") == 0 || strcmp(mode, "qmi") == 0 ? not_supported() : EXIT_SUCCESS;
 }
 
 // AT [device] <command>. Without a device the command goes to the model's AT port. With more than two arguments neither
@@ -73,11 +75,11 @@ int run_signal(const CommandContext &context) {
         return not_supported();
     }
     const Json report(json_object_new_object());
-    json_object *signals = json_object_new_array();
-    vjson_add_object(report.get(), "signals", signals);
+    Json signals(json_object_new_array());
     int32_t strength = -1;
     char mode[] = "0G";
-    mode[0] = static_cast<char>(mode[0] + context.model.ops.signal_info(context.model, signals, &strength));
+    mode[0] = static_cast<char>(mode[0] + context.model.ops.signal_info(context.model, signals.get(), &strength));
+    vjson_add_object(report.get(), "signals", signals.release());
     vjson_add_int(report.get(), "strength", strength);
     vjson_add_string(report.get(), "mode", mode);
     print_json(report.get());
@@ -136,6 +138,7 @@ int run_convert(const CommandContext &context) {
     return convert_file(context.arguments);
 }
 
+// clang-format off: one row a line
 constexpr Command COMMANDS[] = {
     {"connect", run_connect},      {"connect-auto", nullptr},
     {"new-connect-auto", nullptr}, {"disconnect", nullptr},
@@ -146,6 +149,7 @@ constexpr Command COMMANDS[] = {
     {"convert", run_convert},      {"check_register", run_check_register},
     {"get_mode", run_get_mode},    {"wifi_lte_interference", nullptr},
 };
+// clang-format on
 
 } // namespace
 

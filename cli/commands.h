@@ -1,8 +1,8 @@
 // The commands of vela_modem.
 //
-// Texts go to standard output as they stand, without a line end of their own; JSON documents end in one. A command
-// whose operation fails prints nothing and still exits with 0; one whose operation the model does not support prints
-// "Not support".
+// Texts go to standard output as they stand, without a line end of their own; JSON documents end in one. Where an
+// operation fails its success text is missing and the exit status is still 0; where the model does not support it,
+// "Not support" is printed.
 #pragma once
 
 #include <span>

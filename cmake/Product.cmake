@@ -21,6 +21,7 @@ add_library(vela_core STATIC
     modem/serial_port.cpp
     modem/sysfs_walk.cpp
     platform/board.cpp
+    platform/clock.cpp
     platform/json.cpp
     platform/shell.cpp
     platform/text.cpp
@@ -46,6 +47,8 @@ target_link_libraries(vela_api PRIVATE vela_core ${CMAKE_DL_LIBS})
 
 set_target_properties(vela_modem PROPERTIES ENABLE_EXPORTS ON)
 set_target_properties(vela_modem_plugin PROPERTIES PREFIX "" OUTPUT_NAME vela_modem)
+# A plug-in may be linked with symbols missing; that would show on the router only.
+target_link_options(vela_modem_plugin PRIVATE -Wl,-z,defs)
 
 # The C++ compiler's libraries would be added for the C++ objects; without them a stray need is a link error.
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")

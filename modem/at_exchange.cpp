@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "modem/serial_port.h"
+#include "platform/clock.h"
 
 namespace {
 
@@ -21,9 +22,9 @@ constexpr int OPEN_TIMEOUT_MS = 100;
 constexpr int READ_TIMEOUT_MS = 500;
 constexpr int DEFAULT_REPLY_SIZE = 4096;
 constexpr int LOCK_ATTEMPTS = 31;
-constexpr useconds_t LOCK_RETRY_US = 1000;
+constexpr int LOCK_RETRY_MS = 1;
 // Between reads that bring data: lets the reply arrive in larger pieces.
-constexpr useconds_t GATHER_US = 10 * 1000;
+constexpr int GATHER_MS = 10;
 
 struct SilenceLimit {
     std::string_view prefix;
@@ -61,7 +62,7 @@ bool lock(int fd) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
             return true;
         }
-        usleep(LOCK_RETRY_US);
+        sleep_whole(LOCK_RETRY_MS);
     }
     return false;
 }
@@ -78,7 +79,7 @@ void collect(int fd, ReplyCollector &reply, int silence_limit) {
         if (reply.add(static_cast<size_t>(got))) {
             break;
         }
-        usleep(GATHER_US);
+        sleep_whole(GATHER_MS);
     }
     reply.finish();
 }

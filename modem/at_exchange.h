@@ -19,8 +19,7 @@ constexpr int EXCHANGE_LOCKED = -2;   // another process held the port
 //
 // The reply ends with the first "OK" or "ERROR" anywhere in it, with a full buffer (whose last byte becomes the NUL),
 // or with the silence limit: 30 silent reads of half a second, 300 for a reboot ("AT+CFUN=1,1"), 30000 for an operator
-// scan
-// ("AT+COPS=?"). The echo of the command is left in it.
+// scan ("AT+COPS=?"). The echo of the command is left in it.
 //
 // Returns 0 when any bytes came, EXCHANGE_NO_REPLY or EXCHANGE_LOCKED.
 int send_command(const char *port, std::span<char> command, char *reply, int size);

@@ -25,6 +25,15 @@ int has_keystr(const char *text, const char *key) {
     return *text != '\0' && strstr(text, key) != nullptr;
 }
 
+const char *after_line_break(const char *text) {
+    for (; *text != '\0'; text++) {
+        if ((*text == '\r' || *text == '\n') && text[1] == '\n') {
+            return text + 2;
+        }
+    }
+    return nullptr;
+}
+
 bool ReplyCollector::add(size_t count) {
     // A word may straddle what was there and what has come; what lies further back has been searched before.
     const size_t search_from = received_ - std::min(received_, LONGEST_FINAL_WORD - 1);

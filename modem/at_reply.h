@@ -12,6 +12,10 @@ int is_ok(const char *reply);
 // 1 when `key` occurs anywhere in `text`, else 0. An empty key is in every text but the empty one.
 int has_keystr(const char *text, const char *key);
 
+// What follows the first line break of the text, a carriage return or a line feed directly followed by a line feed;
+// null where there is none. In a reply with an echo that is the answer's first line.
+const char *after_line_break(const char *text);
+
 // A reply while it arrives, in the caller's zero-filled buffer of at least one byte. The bytes may be anything, NULs
 // included. Between two arrivals: read at most room().size() bytes into room(), then add() their count.
 class ReplyCollector {

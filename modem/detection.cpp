@@ -7,6 +7,7 @@
 #include "modem/discovery.h"
 #include "platform/board.h"
 #include "platform/json.h"
+#include "platform/owners.h"
 #include "platform/text.h"
 
 namespace {
@@ -16,9 +17,10 @@ constexpr size_t REPORTED_PORT_SIZE = 30;
 
 // Reports the device paths of all ports of the device under "ports"; returns how many there are.
 int report_ports(json_object *report, const char *device_directory) {
-    json_object *ports = json_object_new_array();
-    vjson_add_object(report, "ports", ports);
-    return modem_list_ports(device_directory, ports);
+    Json ports(json_object_new_array());
+    const int found = modem_list_ports(device_directory, ports.get());
+    vjson_add_object(report, "ports", ports.release());
+    return found;
 }
 
 void report_port(json_object *report, const char *key, const char *device_directory, const char *bus, int number) {
@@ -39,9 +41,9 @@ void report_detail(json_object *report, const ModemModel &model) {
     vjson_add_string(report, "name", model.name);
     vjson_add_string(report, "bus", model.bus);
     report_board(report, model.bus);
-    json_object *operators = json_object_new_array();
-    vjson_array_add_string(operators, "Visible");
-    vjson_add_object(report, "operators", operators);
+    Json operators(json_object_new_array());
+    vjson_array_add_string(operators.get(), "Visible");
+    vjson_add_object(report, "operators", operators.release());
 }
 
 ModemModel no_modem() {

@@ -4,8 +4,8 @@
 // which operations it supports. Rows are never written. Detection and the request handlers take a copy, fill its
 // run-time fields (ifname, bus, ttl) for the USB bus that the modem sits on, and hand that copy to the operations.
 //
-// Types only: everybody may include this file. The rows themselves, and with them every vendor driver, are known to
-// model_table.cpp alone.
+// Everybody may include this file. The rows themselves, and with them every vendor driver, are known to model_table.cpp
+// alone.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 // The supported models: one row each. This is the one place that knows every driver.
 //
-// To add a model, add its row (docs/adding-a-model.md has the steps) and its file for the simulated router.
+// To add a model, add its row, and its file for the simulated router (sim/README.md).
 #include "modem/model_table.h"
 
 #include <iterator>

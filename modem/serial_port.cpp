@@ -1,6 +1,7 @@
 // Serial port over termios(3); see serial_port.h.
 #include "modem/serial_port.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -9,12 +10,13 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "platform/clock.h"
 #include "platform/owners.h"
 
 namespace {
 
 constexpr int NO_PORT = -1;
-constexpr useconds_t SETTLE_TIME_US = 50 * 1000;
+constexpr int SETTLE_TIME_MS = 50;
 
 int current_port = NO_PORT;
 termios saved_attributes; // as the latest uartOpen found them
@@ -44,10 +46,12 @@ int report(const char *what, const char *path) {
     return -1;
 }
 
+constexpr int LONGEST_VTIME = 255; // the field has eight bits
+
 // VMIN and VTIME for a read that ends after a silence, counted in tenths of a second.
 void end_after_silence(termios &attributes, int timeout_ms) {
     attributes.c_cc[VMIN] = 0;
-    attributes.c_cc[VTIME] = static_cast<cc_t>(timeout_ms / 100);
+    attributes.c_cc[VTIME] = static_cast<cc_t>(std::min(timeout_ms / 100, LONGEST_VTIME));
 }
 
 // VMIN and VTIME for a read that waits for its first byte without limit.
@@ -101,6 +105,17 @@ int plain_read(int fd, int length, void *buffer) {
     return length < 0 ? -1 : static_cast<int>(read(fd, buffer, static_cast<size_t>(length)));
 }
 
+// A read that a signal of the host cut short is neither data nor silence, so it goes on; but not past its time-out, or
+// a host with a frequent timer would wait for ever.
+int timed_read(int fd, int length, void *buffer, int timeout_ms) {
+    const int64_t end = monotonic_ms() + timeout_ms;
+    int got = 0;
+    do {
+        got = plain_read(fd, length, buffer);
+    } while (got < 0 && errno == EINTR && (timeout_ms <= 0 || monotonic_ms() < end));
+    return got < 0 && errno == EINTR ? 0 : got;
+}
+
 } // namespace
 
 int uartOpen(const char *path, int baud, int flow_control, int timeout_ms) {
@@ -110,7 +125,7 @@ int uartOpen(const char *path, int baud, int flow_control, int timeout_ms) {
         return report("Baud rate not supported", path);
     }
     // O_CLOEXEC, as the caller may be a server that starts other programs.
-    Descriptor port(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    Descriptor port(above_the_streams(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)));
     if (!port.valid()) {
         return report("Error opening serial port", path);
     }
@@ -118,7 +133,7 @@ int uartOpen(const char *path, int baud, int flow_control, int timeout_ms) {
         return -1;
     }
     current_port = port.release();
-    usleep(SETTLE_TIME_US);
+    sleep_whole(SETTLE_TIME_MS);
     tcflush(current_port, TCIOFLUSH);
     return current_port;
 }
@@ -187,7 +202,7 @@ int MyuartRxExpires(int fd, int length, void *buffer, int timeout_ms) {
     if (tcsetattr(fd, TCSANOW, &timed) != 0) {
         return -1;
     }
-    const int got = plain_read(fd, length, buffer);
+    const int got = timed_read(fd, length, buffer, timeout_ms);
     return tcsetattr(fd, TCSANOW, &previous) != 0 ? -1 : got;
 }
 
@@ -210,7 +225,7 @@ int uartTx(int length, const void *buffer) {
             write(current_port, static_cast<const char *>(buffer) + sent, static_cast<size_t>(length - sent));
         if (written >= 0) {
             sent += static_cast<int>(written);
-        } else if (errno != EAGAIN) {
+        } else if (errno != EAGAIN && errno != EINTR) {
             return -1;
         }
     }
@@ -226,6 +241,9 @@ int MyuartTxNonBlocking(int fd, int length, const void *buffer) {
     const char *next = static_cast<const char *>(buffer);
     while (unsent > 0) {
         const ssize_t written = write(fd, next, static_cast<size_t>(unsent));
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
         if (written <= 0) {
             break;
         }

@@ -8,7 +8,8 @@
 
 // Opens the port in raw mode at one of the speeds 300, 1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200, with
 // RTS/CTS flow control where `flow_control` is not zero, for exclusive use (TIOCEXCL). Plain reads then end after
-// `timeout_ms` (in steps of 100 ms, rounded down) of silence, or, where it is negative, with the first byte. Waits 50
+// `timeout_ms` of silence (in steps of 100 ms, rounded down, 25.5 s at most), or, where it is negative, with the first
+// byte. Waits 50
 // ms for the port to settle and discards what is queued. Returns the descriptor and makes it the current port; or -1,
 // with one line on standard error.
 int uartOpen(const char *path, int baud, int flow_control, int timeout_ms);
@@ -25,7 +26,8 @@ int MyuartClose(int fd);
 int flushIoBuffer();
 void MyflushIoBuffer(int fd);
 
-// Reads until exactly `length` bytes have come. Returns length; -1 on an error or without a current port.
+// Reads until exactly `length` bytes have come, however long that takes: a port that has hung up never ends it. Returns
+// length; -1 on an error or without a current port.
 int uartRx(int length, void *buffer);
 
 // One read of at most `length` bytes. With a timeout above 0 it waits that long, in steps of 100 ms rounded down (so

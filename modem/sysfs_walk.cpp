@@ -67,8 +67,8 @@ private:
     }
 
     Descriptor directory_;
-    // Room for a directory of sysfs in one piece; there is one such buffer for each level of the walk.
-    alignas(Record) char buffer_[2048];
+    // Room for most directories of sysfs in one piece; each level of the walk has such a buffer on the stack.
+    alignas(Record) char buffer_[1024];
     size_t position_ = 0;
     size_t filled_ = 0;
 };

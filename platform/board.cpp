@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr size_t NAME_SIZE = 64;
+constexpr size_t CONTENT_SIZE = 256;
 
 struct NameSource {
     const char *path;
@@ -38,10 +38,10 @@ void read_name(const NameSource &source, std::span<char> name) {
     if (file == nullptr) {
         return;
     }
-    char content[256];
+    char content[CONTENT_SIZE];
     const std::string_view text = trimmed({content, fread(content, 1, sizeof content, file.get())});
     const size_t separator = text.find_last_of(source.separators);
-    text_copy_cut(name, trimmed(separator == text.npos ? text : text_from(text, separator + 1)));
+    text_copy(name, trimmed(separator == text.npos ? text : text_from(text, separator + 1)));
     for (char &character : name) {
         character = static_cast<char>(tolower(static_cast<unsigned char>(character)));
     }
@@ -73,7 +73,7 @@ bool is_default_by_gateway(const Route &route) {
 } // namespace
 
 const char *get_model_name() {
-    static char name[NAME_SIZE];
+    static char name[CONTENT_SIZE + 1];
     for (const NameSource &source : NAME_SOURCES) {
         if (name[0] != '\0') {
             break;

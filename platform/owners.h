@@ -1,13 +1,25 @@
-// Small owners for what must be released on every path: descriptors, directories, files, json-c references.
+// Small owners for what must be released on every path: descriptors, files, memory, json-c references.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <unistd.h>
 
 #include <json-c/json.h>
+
+// Moves a descriptor out of the way of the three standard streams, which the host of a plug-in may have closed: what is
+// written to standard error must not end up in the file that took its number. Returns the descriptor, or -1 with the
+// old one closed.
+inline int above_the_streams(int fd) {
+    if (fd < 0 || fd > STDERR_FILENO) {
+        return fd;
+    }
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(fd);
+    return moved;
+}
 
 // Owns a file descriptor; -1 is none.
 class Descriptor {
@@ -35,11 +47,6 @@ public:
 private:
     int fd_;
 };
-
-struct CloseDirectory {
-    void operator()(DIR *directory) const { closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 struct CloseFile {
     void operator()(FILE *file) const { fclose(file); }

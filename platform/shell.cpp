@@ -20,6 +20,18 @@ constexpr int CANNOT_RUN = 127; // what a shell answers when a command cannot be
 
 // Everything from here to execl runs between fork and exec, so it keeps to async-signal-safe calls.
 
+// Standard input never comes from the host: a command would eat what a script feeds its loop with.
+void use_null_device(int first_stream, int last_stream) {
+    const int null_device = open("/dev/null", O_RDWR);
+    for (int stream = first_stream; stream <= last_stream; stream++) {
+        if (null_device < 0) {
+            close(stream);
+        } else {
+            dup2(null_device, stream);
+        }
+    }
+}
+
 void close_private_descriptors() {
 #ifdef SYS_close_range
     if (syscall(SYS_close_range, static_cast<unsigned>(FIRST_PRIVATE_DESCRIPTOR), ~0u, 0u) == 0) {
@@ -41,27 +53,6 @@ void close_private_descriptors() {
     signal(SIGPIPE, SIG_DFL);
     execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     _exit(CANNOT_RUN);
-}
-
-void use_null_streams() {
-    const int null_device = open("/dev/null", O_RDWR);
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; stream++) {
-        if (null_device < 0) {
-            close(stream);
-        } else {
-            dup2(null_device, stream);
-        }
-    }
-}
-
-// Moves a descriptor out of the way of the standard streams, which a host may have closed. -1 when that fails.
-int above_the_streams(int fd) {
-    if (fd >= FIRST_PRIVATE_DESCRIPTOR) {
-        return fd;
-    }
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, FIRST_PRIVATE_DESCRIPTOR);
-    close(fd);
-    return moved;
 }
 
 // The status of a child, or -1 where a host that ignores SIGCHLD has had it reaped already.
@@ -90,6 +81,7 @@ public:
         }
         child_ = fork();
         if (child_ == 0) {
+            use_null_device(STDIN_FILENO, STDIN_FILENO);
             dup2(write_end.get(), STDOUT_FILENO);
             exec_shell(command);
         }
@@ -189,6 +181,7 @@ void getUciReturn(const char *command, std::span<char> out) {
 int execCommand(const char *command) {
     const pid_t child = fork();
     if (child == 0) {
+        use_null_device(STDIN_FILENO, STDOUT_FILENO);
         exec_shell(command);
     }
     if (child < 0) {
@@ -208,7 +201,7 @@ int fork_exec2(const char *command) {
         const pid_t background = fork();
         if (background == 0) {
             setsid();
-            use_null_streams();
+            use_null_device(STDIN_FILENO, STDERR_FILENO);
             exec_shell(command);
         }
         _exit(background < 0 ? EXIT_FAILURE : EXIT_SUCCESS);

@@ -1,9 +1,9 @@
 // Shell commands: the way this program drives the rest of the router.
 //
 // Each command is one line run by /bin/sh with its full syntax (pipes, redirections, lists). The child gets a clean
-// start, since it may run inside somebody else's server: no descriptor of the host above standard error, an empty
-// signal mask and the default SIGPIPE. Standard error is the caller's, so what a command complains of is never
-// captured. A command that cannot be started yields empty output.
+// start, since it may run inside somebody else's server: no descriptor of the host above standard error, /dev/null as
+// standard input, an empty signal mask and the default SIGPIPE. Standard error is the caller's, so what a command
+// complains of is never captured. A command that cannot be started yields empty output.
 #pragma once
 
 #include <span>
@@ -22,8 +22,8 @@ char *getShellCommandReturnDynamic(const char *command);
 // Same as getShellCommandReturn. The name is historic: it is given ordinary commands.
 void getUciReturn(const char *command, std::span<char> out);
 
-// Runs the command and waits; its output goes where the caller's goes. Returns its exit status, 128 and the signal's
-// number where a signal ended it, -1 when it could not be run.
+// Runs the command and waits; its output is dropped. Returns its exit status, 128 and the signal's number where a
+// signal ended it, -1 when it could not be run or, in a host that ignores SIGCHLD, when its status is lost.
 int execCommand(const char *command);
 
 // Starts the command in the background and returns at once: 0, or -1 when it could not be started. The command is

@@ -15,8 +15,8 @@ void text_format(std::span<char> out, const char *format, ...) __attribute__((fo
 // The text is taken up to its end, so a NUL inside it is copied too; callers pass C strings.
 void text_copy(std::span<char> out, std::string_view text);
 
-// Copies as much of `text` as leaves room for the NUL. For the few places where a cut text is what readers expect:
-// output of a shell command, debug lines. Does nothing for an empty buffer.
+// Copies as much of `text` as leaves room for the NUL. For the few texts that readers know to be cut, such as a
+// carrier's name. Does nothing for an empty buffer.
 void text_copy_cut(std::span<char> out, std::string_view text);
 
 // Fills the whole buffer with NULs, so that a reader that finds nothing leaves an empty text.
