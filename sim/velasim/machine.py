@@ -1,0 +1,136 @@
+"""Builds the router's file system in a fresh mount namespace and moves into it.
+
+The root is the machine's own, as the lower layer of an overlay whose upper layer lies on a tmpfs. Over it come the
+directories that a router has and a build host has otherwise: /sys, /dev, /run, /tmp, /etc/config and the like.
+"""
+
+import os
+import stat
+
+from . import linux
+from .stand_ins import FRESH_DIRECTORIES, PROGRAMS, SPOOL
+
+SIM = "/run/sim"
+EVENTS = f"{SIM}/events.jsonl"
+ANSWERS = f"{SIM}/answers"
+LIBRARY = f"{SIM}/lib"
+RECORDER = f"{SIM}/recorder"
+UBUS_SOCKET = "/run/ubus/ubus.sock"
+UBUS_STATE = f"{SIM}/ubus.json"
+
+DEVICES = {"null": (1, 3), "zero": (1, 5), "full": (1, 7), "random": (1, 8), "urandom": (1, 9), "tty": (5, 0)}
+OWN_MOUNTS = ("sys", "dev", "run", "tmp")
+# Which product file goes where; vela_api looks for the plug-in in its own directory first.
+PRODUCTS = {
+    "vela_modem": ("/usr/bin/vela_modem",),
+    "vela_api": ("/usr/bin/vela_api",),
+    "vela_modem.so": ("/usr/lib/vela_modem.so", "/usr/bin/vela_modem.so"),
+}
+TOOLS = {"hostlibs/uci/uci": "/sbin/uci", "hostlibs/ubus/ubus": "/bin/ubus"}
+
+
+def build(setup: dict) -> None:
+    """Makes the router and becomes a process of it. `setup` is what router.py sent."""
+    build_dir, sim_dir = setup["build"], setup["sim"]
+    linux.mount("none", "/", None, linux.MS_REC | linux.MS_PRIVATE)
+    # Sources are held open by descriptor: the scratch may cover the place where they lie.
+    held = {name: os.open(name, os.O_PATH) for name in _sources(build_dir, sim_dir)}
+    scratch = next(path for path in ("/mnt", "/media", "/srv", "/opt") if os.path.isdir(path))
+    linux.mount("tmpfs", scratch, "tmpfs", linux.MS_NOSUID, "mode=755")
+    root = f"{scratch}/root"
+    for name in ("upper", "work", "root", *OWN_MOUNTS, "fresh"):
+        os.mkdir(f"{scratch}/{name}")
+    linux.mount("overlay", root, "overlay", 0, f"lowerdir=/,upperdir={scratch}/upper,workdir={scratch}/work")
+
+    for name in OWN_MOUNTS:
+        linux.bind(f"{scratch}/{name}", f"{root}/{name}")
+    for number, path in enumerate(FRESH_DIRECTORIES):
+        os.mkdir(f"{scratch}/fresh/{number}")
+        os.makedirs(root + path, exist_ok=True)
+        linux.bind(f"{scratch}/fresh/{number}", root + path)
+    os.chmod(f"{root}/tmp", 0o1777)
+    if not os.path.islink(f"{root}/var/run"):
+        linux.bind(f"{scratch}/run", f"{root}/var/run")
+    linux.mount("proc", f"{root}/proc", "proc")
+    _make_devices(root)
+
+    os.makedirs(root + ANSWERS)
+    os.mkdir(root + LIBRARY)
+    linux.bind(f"/proc/self/fd/{held[sim_dir]}", root + LIBRARY)
+    _install(root, build_dir, held)
+    for fd in held.values():
+        os.close(fd)
+    old = f"{root}/run/sim/old"
+    os.mkdir(old)
+    linux.pivot_root(root, old)
+    os.chdir("/")
+    linux.detach("/run/sim/old")
+    os.rmdir("/run/sim/old")
+    if setup["net"]:
+        linux.bring_up_loopback()
+
+    for path in (*SPOOL, "/tmp/sysinfo", "/run/mwan3track"):
+        os.makedirs(path, exist_ok=True)
+    open(EVENTS, "w", encoding="ascii").close()
+    for path, text in setup["files"].items():
+        _write(path, text)
+    _install_stand_ins()
+
+
+def _sources(build_dir: str, sim_dir: str) -> list[str]:
+    names = [*PRODUCTS, *TOOLS, "sim/recorder"]
+    return [sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
+
+
+def _make_devices(root: str) -> None:
+    for name, (major, minor) in DEVICES.items():
+        os.mknod(f"{root}/dev/{name}", stat.S_IFCHR | 0o666, os.makedev(major, minor))
+        os.chmod(f"{root}/dev/{name}", 0o666)
+    os.mkdir(f"{root}/dev/pts")
+    os.mkdir(f"{root}/dev/shm", 0o1777)
+    linux.bind("/dev/pts", f"{root}/dev/pts")
+    for name, target in (("ptmx", "pts/ptmx"), ("fd", "/proc/self/fd"), ("stdin", "/proc/self/fd/0"),
+                         ("stdout", "/proc/self/fd/1"), ("stderr", "/proc/self/fd/2")):
+        os.symlink(target, f"{root}/dev/{name}")
+    os.chmod(f"{root}/dev/shm", 0o1777)
+
+
+def _install(root: str, build_dir: str, held: dict[str, int]) -> None:
+    """Binds what was built to its places. What was not built is not there, as on a router without the package."""
+    places = {f"{build_dir}/sim/recorder": (RECORDER,)}
+    places |= {f"{build_dir}/{name}": paths for name, paths in PRODUCTS.items()}
+    search = os.environ.get("PATH", "/usr/sbin:/usr/bin:/sbin:/bin").split(":")
+    for name, path in TOOLS.items():
+        if not any(os.access(f"{directory}/{os.path.basename(path)}", os.X_OK) for directory in search):
+            places[f"{build_dir}/{name}"] = (path,)
+    for source, paths in places.items():
+        if source not in held:
+            continue
+        for path in paths:
+            _make_room(root + path)
+            linux.bind(f"/proc/self/fd/{held[source]}", root + path)
+    # Shared libraries, coverage notes and sanitizer run times are looked for below the build directory itself.
+    if not os.path.isdir(root + build_dir):
+        os.makedirs(root + build_dir)
+        linux.bind(f"/proc/self/fd/{held[build_dir]}", root + build_dir)
+
+
+def _make_room(path: str) -> None:
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    if os.path.lexists(path):
+        os.unlink(path)
+    open(path, "w", encoding="ascii").close()
+
+
+def _install_stand_ins() -> None:
+    for path in PROGRAMS:
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        if os.path.lexists(path):
+            os.unlink(path)
+        os.symlink(RECORDER, path)
+
+
+def _write(path: str, text: str) -> None:
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as file:
+        file.write(text.encode("utf-8", "surrogateescape"))
