@@ -1,0 +1,32 @@
+"""Fixtures of the router tests: the shipped programs run in a simulated router (sim/README.md)."""
+
+import os
+import sys
+from pathlib import Path
+from typing import Callable, Iterator
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "sim"))
+
+from velasim import Router  # noqa: E402  (found through the line above)
+
+
+def pytest_sessionstart(session: pytest.Session) -> None:
+    # Not a skip: a run that tested nothing must not look like one that passed.
+    if os.geteuid() != 0:
+        pytest.exit("the router tests need root (mount namespaces): run them as root or with sudo", returncode=3)
+
+
+@pytest.fixture
+def router() -> Iterator[Callable[..., Router]]:
+    """Makes routers: `r = router("ec25")`, with the arguments of velasim.Router. All end with the test."""
+    made: list[Router] = []
+
+    def make(*arguments: object, **options: object) -> Router:
+        made.append(Router(*arguments, **options))
+        return made[-1]
+
+    yield make
+    for one in reversed(made):
+        one.close()
