@@ -1,0 +1,75 @@
+"""What the product needs and weighs: flash is what a router has least of. Only the release build can say."""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+pytestmark = pytest.mark.shipped
+
+SOURCE = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("VELA_BUILD") or SOURCE / "build").resolve()
+PROGRAM, PLUGIN = BUILD / "vela_modem", BUILD / "vela_modem.so"
+LARGEST = 128 * 1024
+# json-c and the C library; where the router's own libraries are there, those.
+ALLOWED = re.compile(r"(libjson-c|libc|libuci|libubus|libubox|libblobmsg_json)\.so(\.\d+)*")
+# What the linker and the C library's start files make of any program.
+OF_THE_LINKER = {"_IO_stdin_used", "__bss_start", "__data_start", "_edata", "_end", "_start", "data_start", "_init",
+                 "_fini", "main", "stdin", "stdout", "stderr"}
+
+
+def output(*argv: object) -> str:
+    return subprocess.run([str(word) for word in argv], check=True, capture_output=True, text=True).stdout
+
+
+def exports(file: Path) -> set[str]:
+    return {line.split()[-1].split("@")[0] for line in output("nm", "-D", "--defined-only", file).splitlines()}
+
+
+both = pytest.mark.parametrize("file", [PROGRAM, PLUGIN], ids=lambda file: file.name)
+
+
+@both
+def test_it_needs_json_c_the_routers_libraries_and_the_c_library_only(file):
+    needed = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-d", "-W", file))
+    assert needed and [name for name in needed if not ALLOWED.fullmatch(name)] == []
+
+
+@both
+def test_it_takes_nothing_of_the_cpp_run_time_library(file):
+    undefined = output("nm", "-D", "--undefined-only", file)
+    assert not re.search(r"CXXABI|GLIBCXX|GCC_|\b_ZSt|\b_ZNSt|__cxa_throw|__gxx_personality|_Unwind_", undefined)
+
+
+def test_the_plug_in_exports_its_entry_and_nothing_else():
+    assert exports(PLUGIN) == {"get_api_entity"}
+
+
+def test_the_program_exports_the_entry_too_and_nothing_else_of_its_own():
+    assert exports(PROGRAM) - OF_THE_LINKER == {"get_api_entity"}
+
+
+@both
+def test_stripped_it_has_at_most_128_kilobytes(file, tmp_path):
+    copy = tmp_path / file.name
+    shutil.copy(file, copy)
+    output("strip", "--strip-all", copy)
+    assert copy.stat().st_size <= LARGEST
+
+
+@both
+def test_its_stack_is_not_executable_and_it_has_no_text_relocations(file):
+    headers = output("readelf", "-l", "-d", "-W", file)
+    assert re.search(r"GNU_STACK.* RW +0x", headers) and "TEXTREL" not in headers
+
+
+@both
+def test_the_places_where_it_was_built_are_not_in_it(file, tmp_path):
+    copy = tmp_path / file.name
+    shutil.copy(file, copy)
+    output("strip", "--strip-all", copy)
+    content = copy.read_bytes()
+    assert bytes(SOURCE) not in content and bytes(BUILD) not in content

@@ -1,0 +1,139 @@
+// The exported endpoint table, against the list written out by hand.
+#include "api/endpoints.h"
+
+#include <iterator>
+#include <set>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "api/at_endpoint.h"
+#include "support/json_text.h"
+
+namespace {
+
+constexpr struct {
+    const char *path;
+    const char *method;
+} ROWS[] = {
+    {"/modem/info", "get"},
+    {"/modem/brief_info", "get"},
+    {"/modem/app/brief_info", "get"},
+    {"/modem/auto", "post"},
+    {"/modem/get", "get"},
+    {"/modem/set", "post"},
+    {"/modem/enable", "post"},
+    {"/modem/reset", "post"},
+    {"/modem/at", "post"},
+    {"/modem/sms/list", "get"},
+    {"/modem/sms/delete", "post"},
+    {"/modem/sms/delete_all", "post"},
+    {"/modem/sms/send", "post"},
+    {"/modem/sms/status", "post"},
+    {"/modem/sms/code", "post"},
+    {"/modem/cells/get", "post"},
+    {"/modem/sim/switch", "post"},
+    {"/modem/modem_info/get", "post"},
+    {"/modem/sms/forward", "post"},
+    {"/modem/sms/flist", "get"},
+    {"/modem/sms/account", "post"},
+    {"/modem/upgrade", "post"},
+    {"/modem/upgrade_status", "post"},
+};
+
+// Endpoints whose operation this build does not carry. One that is added leaves this list.
+const std::set<std::string> NOT_CARRIED = {
+    "/modem/info",
+    "/modem/brief_info",
+    "/modem/app/brief_info",
+    "/modem/auto",
+    "/modem/get",
+    "/modem/set",
+    "/modem/enable",
+    "/modem/reset",
+    "/modem/sms/list",
+    "/modem/sms/delete",
+    "/modem/sms/delete_all",
+    "/modem/sms/send",
+    "/modem/sms/status",
+    "/modem/sms/code",
+    "/modem/cells/get",
+    "/modem/sim/switch",
+    "/modem/modem_info/get",
+    "/modem/sms/forward",
+    "/modem/sms/flist",
+    "/modem/sms/account",
+    "/modem/upgrade",
+    "/modem/upgrade_status",
+};
+
+const ApiEntity *table() {
+    uint32_t count = 0;
+    return get_api_entity(&count);
+}
+
+// The layout is an interface: three pointers and nothing else.
+static_assert(sizeof(ApiEntity) == 3 * sizeof(void *));
+static_assert(offsetof(ApiEntity, path) == 0);
+static_assert(offsetof(ApiEntity, method) == sizeof(void *));
+static_assert(offsetof(ApiEntity, handler) == 2 * sizeof(void *));
+
+TEST(Endpoints, the_count_is_23_and_the_first_is_info) {
+    uint32_t count = 0;
+    const ApiEntity *first = get_api_entity(&count);
+    EXPECT_EQ(count, 23u);
+    EXPECT_EQ(API_ENTITY_COUNT, 23u);
+    ASSERT_NE(first, nullptr);
+    EXPECT_STREQ(first->path, "/modem/info");
+    EXPECT_STREQ(first->method, "get");
+}
+
+TEST(Endpoints, may_be_asked_for_any_number_of_times) {
+    uint32_t count = 0;
+    const ApiEntity *first = get_api_entity(&count);
+    for (int i = 0; i < 3; i++) {
+        count = 0xFFFFFFFF;
+        EXPECT_EQ(get_api_entity(&count), first);
+        EXPECT_EQ(count, 23u);
+    }
+}
+
+TEST(Endpoints, paths_and_methods_as_they_are_written_here) {
+    ASSERT_EQ(std::size(ROWS), API_ENTITY_COUNT);
+    for (size_t i = 0; i < std::size(ROWS); i++) {
+        EXPECT_STREQ(table()[i].path, ROWS[i].path);
+        EXPECT_STREQ(table()[i].method, ROWS[i].method) << ROWS[i].path;
+        EXPECT_NE(table()[i].handler, nullptr) << ROWS[i].path;
+    }
+}
+
+TEST(Endpoints, no_path_and_method_twice) {
+    std::set<std::pair<std::string, std::string>> seen;
+    for (uint32_t i = 0; i < API_ENTITY_COUNT; i++) {
+        EXPECT_TRUE(seen.insert({table()[i].path, table()[i].method}).second) << table()[i].path;
+    }
+}
+
+TEST(Endpoints, those_that_this_build_does_not_carry) {
+    for (uint32_t i = 0; i < API_ENTITY_COUNT; i++) {
+        EXPECT_EQ(table()[i].handler == operation_not_supported, NOT_CARRIED.count(table()[i].path) != 0)
+            << table()[i].path;
+    }
+}
+
+TEST(Endpoints, the_at_command_has_its_handler) {
+    EXPECT_EQ(table()[8].handler, execute_modem_at);
+}
+
+TEST(Endpoints, what_is_not_carried_answers_minus_17_and_adds_nothing) {
+    for (const char *text : {"{}", R"({"modem_id":3,"bus":"1-1.2"})", R"({"modem_id":2})", "[]", "null"}) {
+        const Json request = parse_json(text);
+        const Json reply(json_object_new_object());
+        EXPECT_EQ(operation_not_supported(request.get(), reply.get()), -17);
+        EXPECT_EQ(plain_json(reply.get()), "{}");
+        EXPECT_EQ(request ? plain_json(request.get()) : "null", text);
+    }
+}
+
+} // namespace

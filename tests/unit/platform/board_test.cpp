@@ -1,0 +1,118 @@
+// What the router says of itself, where a test can say it: the board's name in a private /tmp, gateways in a network of
+// its own. The name is read once in a process' life, so each name has a child.
+#include "platform/board.h"
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "support/child.h"
+#include "support/files.h"
+
+namespace {
+
+void expect_board(const std::string &published, const char *name) {
+    in_child_with_empty({"/tmp"}, [&] {
+        std::filesystem::create_directory("/tmp/sysinfo");
+        write_file("/tmp/sysinfo/board_name", published);
+        EXPECT_STREQ(get_model_name(), name);
+    });
+}
+
+TEST(BoardName, what_follows_the_vendor) {
+    expect_board("acme,halvor\n", "halvor");
+}
+
+TEST(BoardName, in_lower_case) {
+    expect_board("ACME,Pellin-V2\n", "pellin-v2");
+}
+
+TEST(BoardName, without_a_line_end) {
+    expect_board("acme,tamber", "tamber");
+}
+
+TEST(BoardName, what_follows_the_last_of_several_commas) {
+    expect_board("acme,series,ostrel\n", "ostrel");
+}
+
+TEST(BoardName, a_name_once_read_is_kept) {
+    in_child_with_empty({"/tmp"}, [] {
+        std::filesystem::create_directory("/tmp/sysinfo");
+        write_file("/tmp/sysinfo/board_name", "acme,halvor\n");
+        const char *first = get_model_name();
+        write_file("/tmp/sysinfo/board_name", "acme,tamber\n");
+        EXPECT_EQ(get_model_name(), first);
+        EXPECT_STREQ(first, "halvor");
+    });
+}
+
+TEST(BoardName, a_system_that_publishes_no_board_gives_a_text_all_the_same) {
+    in_child_with_empty({"/tmp"}, [] { ASSERT_NE(get_model_name(), nullptr); });
+}
+
+std::string gateway(const char *interface) {
+    std::array<char, 16> out = {};
+    get_gateway_by_ifname(interface, out);
+    return out.data();
+}
+
+TEST(Gateway, an_interface_that_is_not_there_has_none) {
+    EXPECT_EQ(gateway("nosuch0"), "");
+    EXPECT_EQ(gateway(""), "");
+    EXPECT_EQ(gateway("an-interface-name-that-is-longer-than-any-can-be"), "");
+}
+
+TEST(Gateway, a_used_buffer_is_emptied) {
+    std::array<char, 16> out;
+    out.fill('x');
+    get_gateway_by_ifname("nosuch0", out);
+    EXPECT_STREQ(out.data(), "");
+}
+
+// Routes are made with ip(8); where it cannot make them, there is nothing to test.
+bool made(const char *command) {
+    return system((std::string(command) + " 2>/dev/null").c_str()) == 0;
+}
+
+TEST(Gateway, the_default_route_with_the_lowest_metric) {
+    in_child_with_empty_network([] {
+        EXPECT_EQ(gateway("lo"), "");
+        if (!made("ip link set lo up && ip route add default via 203.0.113.9 dev lo onlink metric 30")) {
+            return;
+        }
+        EXPECT_EQ(gateway("lo"), "203.0.113.9");
+        EXPECT_EQ(gateway("l"), "");
+        EXPECT_EQ(gateway("lo0"), "");
+        ASSERT_TRUE(made("ip route add default via 203.0.113.7 dev lo onlink metric 10"));
+        ASSERT_TRUE(made("ip route add default via 203.0.113.8 dev lo onlink metric 20"));
+        EXPECT_EQ(gateway("lo"), "203.0.113.7");
+    });
+}
+
+TEST(Gateway, routes_to_networks_and_without_a_gateway_do_not_count) {
+    in_child_with_empty_network([] {
+        if (!made("ip link set lo up && ip route add 198.51.100.0/24 via 203.0.113.9 dev lo onlink")) {
+            return;
+        }
+        EXPECT_EQ(gateway("lo"), "");
+        ASSERT_TRUE(made("ip route add default dev lo metric 5"));
+        EXPECT_EQ(gateway("lo"), "");
+        ASSERT_TRUE(made("ip route add default via 203.0.113.7 dev lo onlink metric 10"));
+        EXPECT_EQ(gateway("lo"), "203.0.113.7");
+    });
+}
+
+TEST(Gateway, the_longest_address) {
+    in_child_with_empty_network([] {
+        if (!made("ip link set lo up && ip route add default via 203.100.113.254 dev lo onlink")) {
+            return;
+        }
+        EXPECT_EQ(gateway("lo"), "203.100.113.254");
+    });
+}
+
+} // namespace
