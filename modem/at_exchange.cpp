@@ -49,8 +49,11 @@ int silent_reads_allowed(std::string_view command) {
 
 // Appends CR and LF in place; returns the length of the line.
 int finish_line(std::span<char> command) {
+    if (command.size() < COMMAND_TAIL) {
+        abort();
+    }
     const size_t length = strnlen(command.data(), command.size());
-    if (length + COMMAND_TAIL > command.size()) {
+    if (length > command.size() - COMMAND_TAIL) {
         abort();
     }
     memcpy(command.data() + length, "\r\n", COMMAND_TAIL);
