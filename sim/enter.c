@@ -1,6 +1,6 @@
 // enter PID COMMAND [ARGUMENT...]: runs a command inside the simulated router whose first process is PID.
 //
-// It joins that process's namespaces, starts the command as a child (a process can only be born into a PID namespace),
+// It joins that process's namespaces and takes its root, starts the command as a child (a process can only be born into a PID namespace),
 // passes signals on to it and ends the way it ended, so that a test sees the command's own exit status or signal.
 
 #define _GNU_SOURCE
@@ -40,11 +40,19 @@ static void join_namespaces(const char *pid) {
         if (descriptors[i] < 0)
             fail(path);
     }
+    // The root of a mount namespace that was made in a chroot is not the root of the processes in it.
+    snprintf(path, sizeof path, "/proc/%.20s/root", pid);
+    const int root = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (root < 0)
+        fail(path);
     for (size_t i = 0; i < 3; i++) {
         if (setns(descriptors[i], 0) != 0)
             fail(names[i]);
         close(descriptors[i]);
     }
+    if (fchdir(root) != 0 || chroot(".") != 0)
+        fail("chroot");
+    close(root);
 }
 
 int main(int argc, char **argv) {
@@ -53,8 +61,6 @@ int main(int argc, char **argv) {
         return 126;
     }
     join_namespaces(argv[1]);
-    if (chdir("/") != 0)
-        fail("/");
 
     // Blocked until the child is known, so that a signal which arrives in between is passed on and not lost.
     sigset_t set, before;

@@ -1,6 +1,7 @@
 """The few Linux calls that Python 3.11 has no wrapper for."""
 
 import ctypes
+import errno
 import fcntl
 import os
 import socket
@@ -42,6 +43,20 @@ def mount(source: str, target: str, kind: str | None = None, flags: int = 0, dat
 
 def bind(source: str, target: str) -> None:
     mount(source, target, None, MS_BIND)
+
+
+def make_root_private(scratch: str) -> None:
+    """Keeps the mounts of this namespace to itself, and makes sure that its root can be pivoted."""
+    try:
+        mount("none", "/", None, MS_REC | MS_PRIVATE)
+    except OSError as problem:
+        if problem.errno != errno.EINVAL:
+            raise
+        # In a chroot the root is a plain directory: move to a mount of it.
+        mount("/", scratch, None, MS_BIND | MS_REC)
+        mount("none", scratch, None, MS_REC | MS_PRIVATE)
+        os.chroot(scratch)
+        os.chdir("/")
 
 
 def detach(target: str) -> None:

@@ -32,10 +32,10 @@ TOOLS = {"hostlibs/uci/uci": "/sbin/uci", "hostlibs/ubus/ubus": "/bin/ubus"}
 def build(setup: dict) -> None:
     """Makes the router and becomes a process of it. `setup` is what router.py sent."""
     build_dir, sim_dir = setup["build"], setup["sim"]
-    linux.mount("none", "/", None, linux.MS_REC | linux.MS_PRIVATE)
+    linux.make_root_private(_scratch())
     # Sources are held open by descriptor: the scratch may cover the place where they lie.
     held = {name: os.open(name, os.O_PATH) for name in _sources(build_dir, sim_dir)}
-    scratch = next(path for path in ("/mnt", "/media", "/srv", "/opt") if os.path.isdir(path))
+    scratch = _scratch()
     linux.mount("tmpfs", scratch, "tmpfs", linux.MS_NOSUID, "mode=755")
     root = f"{scratch}/root"
     for name in ("upper", "work", "root", *OWN_MOUNTS, "fresh"):
@@ -77,6 +77,11 @@ def build(setup: dict) -> None:
     _install_stand_ins()
 
 
+def _scratch() -> str:
+    """An empty directory that every machine has, to mount things on."""
+    return next(path for path in ("/mnt", "/media", "/srv", "/opt") if os.path.isdir(path))
+
+
 def _sources(build_dir: str, sim_dir: str) -> list[str]:
     names = [*PRODUCTS, *TOOLS, "sim/recorder"]
     return [sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
@@ -88,7 +93,7 @@ def _make_devices(root: str) -> None:
         os.chmod(f"{root}/dev/{name}", 0o666)
     os.mkdir(f"{root}/dev/pts")
     os.mkdir(f"{root}/dev/shm", 0o1777)
-    linux.bind("/dev/pts", f"{root}/dev/pts")
+    linux.mount("devpts", f"{root}/dev/pts", "devpts", linux.MS_NOSUID, "newinstance,ptmxmode=0666,mode=0620")
     for name, target in (("ptmx", "pts/ptmx"), ("fd", "/proc/self/fd"), ("stdin", "/proc/self/fd/0"),
                          ("stdout", "/proc/self/fd/1"), ("stderr", "/proc/self/fd/2")):
         os.symlink(target, f"{root}/dev/{name}")
