@@ -5,6 +5,8 @@ import fcntl
 import json
 import os
 import re
+import sys
+import termios
 from dataclasses import dataclass
 from typing import Iterator
 
@@ -104,6 +106,11 @@ def opened(r: Router, device: str = AT_PORT) -> Iterator[int]:
         os.close(fd)
 
 
+def waiting(fd: int) -> int:
+    """The number of bytes in a tty's input queue."""
+    return int.from_bytes(fcntl.ioctl(fd, termios.FIONREAD, bytes(4)), sys.byteorder)
+
+
 @contextlib.contextmanager
 def locked(r: Router, device: str = AT_PORT) -> Iterator[None]:
     """The port is locked by another process."""
@@ -136,6 +143,16 @@ def traced(r: Router, argv: list[str], *options: str, **which: str | None) -> tu
 
 def trace_lines(r: Router, trace: str = TRACE) -> list[str]:
     return [line for line in r.read(trace).splitlines() if not line.startswith("strace:")]
+
+
+@contextlib.contextmanager
+def stopped_at_the_lock(r: Router, argv: list[str]) -> Iterator[Process]:
+    """A program that has just taken the port's lock and stands still there; it goes on at the end of the block."""
+    process = start_traced(r, argv, "trace=flock", "inject=flock:signal=SIGSTOP:when=1")
+    r.wait_for(lambda: r.exists(TRACE) and "--- stopped by SIGSTOP ---" in r.read(TRACE), "the program to stop")
+    yield process
+    pids = [str(each["pid"]) for each in r.ask("processes") if each["argv"] == argv]
+    r.run("/bin/dash", "-c", "kill -CONT " + " ".join(pids))
 
 
 def silent_reads(lines: list[str]) -> int:

@@ -1,5 +1,6 @@
 """The command line of vela_modem: options, bus and command in every shape that a shell can give them."""
 
+import subprocess
 from typing import Iterator
 
 import pytest
@@ -103,8 +104,9 @@ def test_undecodable_bytes_in_a_bus_end_silently(two):
     assert run(two, b"\xff1-1\x80", "AT", "AT") == (0, "", "")
 
 
-@pytest.mark.parametrize("bus", ["1-1.23456789", "1-1.2345678901", "1-1/../1-1.2", "1-1" * 3400, "\x012-1" + "\n" * 10240],
-                         ids=lambda bus: repr(bus[:16]))
+@pytest.mark.parametrize("bus", [
+    "1-1.23456789", "1-1.2345678901", "1-1/../1-1.2", "1-1" * 3400, "\x012-1" + "\n" * 10240,
+], ids=lambda bus: repr(bus[:16]))
 def test_a_bus_that_does_not_fit_its_field_aborts_whether_or_not_anything_is_plugged_in(two, empty, bus):
     for r in (two, empty):
         assert run(r, bus, "AT", "AT") == (ABORTED, "", "")
@@ -144,6 +146,11 @@ def test_connect_with_too_few_arguments_prints_its_usage(two, argv):
     assert run(two, *argv) == (0, CONNECT_USAGE, "")
 
 
+@pytest.mark.parametrize("mode", ["other", "", "SERIAL", "serial ", "qmi/", "callip"])
+def test_connect_with_another_mode_word_ends_silently(two, mode):
+    assert run(two, "connect", mode, "/dev/ttyUSB3", "*99#", "internet") == (0, "", "")
+
+
 def test_the_usage_of_at_is_the_one_with_an_exit_status(two):
     assert run(two, "AT") == (255, AT_USAGE, "")
     assert run(two, "-B", "1-1.3", "AT") == (255, AT_USAGE, "")
@@ -152,8 +159,13 @@ def test_the_usage_of_at_is_the_one_with_an_exit_status(two):
 def test_a_full_or_closed_standard_output_does_no_harm(two):
     with open("/dev/full", "wb") as full:
         assert two.start("vela_modem", stdout=full).wait() in (0, 255)
-    code = "import os; os.close(1); os.close(2); os.execv('/usr/bin/vela_modem', ['vela_modem', 'AT', 'AT'])"
-    assert two.run("/usr/bin/python3", "-S", "-c", code).returncode == 0
+    assert two.start("vela_modem", stdout=subprocess.DEVNULL).wait() == 0
+    two.clear_events()
+    for debug in ("", "'-D', "):
+        code = "import os; os.closerange(0, 3); os.execv('/usr/bin/vela_modem', ['vela_modem', %s'AT', 'AT'])" % debug
+        assert two.run("/usr/bin/python3", "-S", "-c", code).returncode == 0
+    # The port has the number of a stream then; nothing meant for the stream goes to the modem.
+    assert [event["command"] for event in two.events] == ["AT", "AT"]
     assert at(two, "AT") == "\nAT\r\r\nOK\r\n"
 
 

@@ -9,6 +9,7 @@ from pathlib import Path
 
 import pytest
 from support import AT_PORT, DEVICE, SYSFS, locked, traced
+from test_endpoints import PENDING
 from velasim import Router
 
 pytestmark = pytest.mark.shipped
@@ -102,8 +103,8 @@ def test_a_hundred_exchanges_leave_descriptors_children_and_memory_flat(router):
 def test_exchanges_that_fail_leave_nothing_either(router):
     r = router("ec25", files={"/tmp/file": "x"}, ubus=False)
     plan = [["post", "/modem/at", body, 20, 1000] for body in (
-        {}, {"at-port": 1, "at-command": []}, request("/dev/ttyUSB9"), request(""), request("/tmp"), request("/tmp/file"),
-        request("/dev/null"), request(command="default_band"))]
+        {}, {"at-port": 1, "at-command": []}, request("/dev/ttyUSB9"), request(""), request("/tmp"),
+        request("/tmp/file"), request("/dev/null"), request(command="default_band"))]
     for (first, second, status), (*_, times) in zip(host(r, *plan), plan):
         assert status in (-255, -17)
         assert_nothing_is_left(first, second, times)
@@ -138,8 +139,6 @@ def test_replies_that_fill_the_buffer_leave_nothing_in_the_host(router):
 
 def test_ten_thousand_calls_of_every_endpoint_without_a_modem_leave_nothing(router):
     r = router(ubus=False)
-    from test_endpoints import PENDING
-
     plan = [[method, path, {}, 50, 10000] for method, path in PENDING]
     for (first, second, _), (*_, times) in zip(host(r, *plan), plan):
         assert_nothing_is_left(first, second, times)

@@ -101,8 +101,9 @@ def test_a_device_without_one_of_its_ids_is_none(router, missing):
 
 
 @pytest.mark.parametrize("file", ["idVendor", "idProduct"])
-@pytest.mark.parametrize("content", [b"", b"\n", b"\0", b"zzzz\n", b"-", b"\xff\xfe", b" ", b"2c7", b"%s%n", b"x" * 100000],
-                         ids=lambda content: repr(content[:8]))
+@pytest.mark.parametrize("content", [
+    b"", b"\n", b"\0", b"zzzz\n", b"-", b"\xff\xfe", b" ", b"2c7", b"%s%n", b"x" * 100000,
+], ids=lambda content: repr(content[:8]))
 def test_ids_that_are_empty_or_garbage_make_it_an_unknown_device(router, file, content):
     r = router("ec25", ubus=False)
     r.write(f"{DEVICE}/{file}", content)

@@ -98,7 +98,8 @@ def test_at_is_not_pending():
 def test_the_method_is_part_of_the_match(ec25, method, path):
     other = "get" if method == "post" else "post"
     result = ec25.run("vela_api", other, path, "{}")
-    assert (result.returncode, result.stdout, result.stderr) == (2, "", f"vela_api: no such endpoint: {other} {path}\n")
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr == f"vela_api: no such endpoint: {other} {path}\n"
 
 
 @pytest.mark.parametrize("method, path", [
@@ -108,7 +109,8 @@ def test_the_method_is_part_of_the_match(ec25, method, path):
 ], ids=lambda text: repr(text)[:24])
 def test_only_an_exact_path_and_method_match(ec25, method, path):
     result = ec25.run("vela_api", method, path, "{}")
-    assert (result.returncode, result.stdout, result.stderr) == (2, "", f"vela_api: no such endpoint: {method} {path}\n")
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr == f"vela_api: no such endpoint: {method} {path}\n"
 
 
 # How vela_api is called
@@ -125,8 +127,8 @@ def test_bad_usage_prints_the_usage_and_exits_with_2(ec25, argv):
 
 
 @pytest.mark.parametrize("body", [
-    "", " ", "nix", "{", "}", '{"a":}', "{'a' 1}", '{"a":1}{', '"text', "[" * 10000, '{"a":' * 5000, "\x01", b"\xff\xfe",
-    b'{"at-port": "\xff',
+    "", " ", "nix", "{", "}", '{"a":}', "{'a' 1}", '{"a":1}{', '"text', "[" * 10000, '{"a":' * 5000, "\x01",
+    b"\xff\xfe", b'{"at-port": "\xff',
 ], ids=lambda body: repr(body)[:16])
 def test_a_request_that_is_no_json_exits_with_2_and_a_clear_line(ec25, body):
     result = ec25.run("vela_api", "post", "/modem/at", body)
@@ -229,12 +231,9 @@ def test_a_value_that_is_no_text_fails_and_nothing_is_sent(ec25, key, value):
     assert ec25.events == []
 
 
-@pytest.mark.parametrize("port", ["/dev/ttyUSB9", "", "/tmp", "/dev/null", "ttyUSB2", "/dev/ttyUSB2\x00x\x01"], ids=repr)
+@pytest.mark.parametrize("port", ["/dev/ttyUSB9", "", "/tmp", "/dev/null", "dev/ttyUSB2/x", "%s%n", "\x01\n"], ids=repr)
 def test_a_port_that_does_not_exist_or_is_none_fails(ec25, port):
-    if "\0" in port:  # a text ends at its first NUL
-        assert ec25.api("post", "/modem/at", command("AT", port))[0] == 0
-    else:
-        assert ec25.api("post", "/modem/at", command("AT", port)) == (-255, {})
+    assert ec25.api("post", "/modem/at", command("AT", port)) == (-255, {})
 
 
 def test_a_command_of_256_characters_is_sent_whole(ec25):
@@ -286,6 +285,10 @@ def test_a_command_with_a_nul_ends_there(ec25):
     assert ec25.modem().commands == ["AT+CSQ"]
 
 
+def test_a_port_with_a_nul_ends_there(ec25):
+    assert ec25.api("post", "/modem/at", command("AT", AT_PORT + "\0/more"))[0] == 0
+
+
 def one_for_each_byte(error: UnicodeError) -> tuple[str, int]:
     return "\ufffd" * (error.end - error.start), error.end
 
@@ -296,7 +299,8 @@ codecs.register_error("one-for-each-byte", one_for_each_byte)
 @pytest.mark.parametrize("data", [
     b"\x80", b"\xff\xfe", b"\xc3", b"\xc3\xa4\xc3", b"\xe2\x82", b"\xe2\x82\xac", b"\xf0\x9f\x93\xb6 \xf0\x9f\x93",
     b"\xc0\x80", b"\xe0\x80\x80", b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xf8\x88\x80\x80\x80", b"\xef\xbf\xbf",
-    b"\x01\x02\x03\x1b[0m\x7f", bytes(range(1, 256)), b'\\u0000 "\\"" \\', random.Random(1).randbytes(512).replace(b"\0", b"\1"),
+    b"\x01\x02\x03\x1b[0m\x7f", bytes(range(1, 256)), b'\\u0000 "\\"" \\',
+    random.Random(1).randbytes(512).replace(b"\0", b"\1"),
 ], ids=lambda data: repr(data[:8]))
 def test_whatever_the_modem_sends_the_reply_is_json_that_a_strict_parser_accepts(router, data):
     r = router("nl678e", ubus=False)

@@ -3,21 +3,13 @@
 How the port is opened, set and locked is in test_port.py; what silence does is in test_silence.py.
 """
 
-import fcntl
 import json
 import re
-import sys
-import termios
 
 import pytest
-from support import AT_PORT, at, opened, silent_reads, start_traced, trace_lines, traced, usable
+from support import AT_PORT, at, opened, silent_reads, start_traced, trace_lines, traced, usable, waiting
 
 BUFFER = 4096
-
-
-def waiting(fd: int) -> int:
-    """The number of bytes in a tty's input queue."""
-    return int.from_bytes(fcntl.ioctl(fd, termios.FIONREAD, bytes(4)), sys.byteorder)
 
 
 def message(r, command: str, port: str = AT_PORT) -> str:
@@ -123,6 +115,16 @@ def test_a_reply_that_dribbles_in_is_put_together(router, ask, size, pause):
     whole = "AT+CSQ\r\r\n+CSQ: 20,99\r\n\r\nOK\r\n"
     # It ends with the two letters of "OK"; their line end may come too late to be in it.
     assert ask(r, "AT+CSQ") in (whole[:-2], whole[:-1], whole)
+
+
+@pytest.mark.parametrize("reply", ["+X: 1\r\n\r\nOK", "+X: 1\r\n\r\nERROR"])
+def test_a_final_result_that_comes_letter_by_letter_ends_the_reply(router, reply):
+    r = router("nl678e", ubus=False)
+    r.modem().reply("AT+X", reply.encode())
+    r.modem().misbehave("dribble", bytes=1, ms=20)
+    result, calls = traced(r, ["vela_modem", "AT", "AT+X"], "trace=read")
+    assert result.stdout == "\n" + reply
+    assert len(calls) > len("ERROR") and silent_reads(calls) < 30
 
 
 def test_a_reply_that_comes_after_some_silence_is_returned_whole(router):

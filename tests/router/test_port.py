@@ -5,7 +5,7 @@ import re
 import termios
 
 import pytest
-from support import AT_PORT, at, locked, opened, traced, usable
+from support import AT_PORT, at, locked, opened, stopped_at_the_lock, traced, usable, waiting
 
 AT = ["vela_modem", "AT", "AT"]
 REPLY = "\nAT\r\r\nOK\r\n"
@@ -82,13 +82,16 @@ def test_the_port_is_opened_without_waiting_for_carrier_and_without_becoming_the
 # Terminal attributes
 
 # Settings that no exchange would choose, in the order of tcgetattr. Raw, as the modem's side expects no echo.
-OWN_SETTINGS = [termios.IGNPAR | termios.INPCK, 0, termios.CS7 | termios.CSTOPB | termios.CREAD | termios.HUPCL, 0,
-                termios.B9600, termios.B9600]
+OWN_SETTINGS = [
+    termios.IGNPAR | termios.INPCK, 0,
+    termios.CS7 | termios.CSTOPB | termios.CREAD | termios.HUPCL | termios.CRTSCTS, 0, termios.B9600, termios.B9600,
+]
 
 
-def set_attributes(fd: int) -> list:
+def set_attributes(fd: int, output_flags: int = 0) -> list:
     attributes = termios.tcgetattr(fd)
     attributes[:6] = OWN_SETTINGS
+    attributes[1] = output_flags
     attributes[6][termios.VMIN], attributes[6][termios.VTIME] = 7, 3
     termios.tcsetattr(fd, termios.TCSANOW, attributes)
     return termios.tcgetattr(fd)
@@ -169,6 +172,33 @@ def test_the_lock_is_held_during_the_exchange_and_free_after_it(router):
         r.modem().say("\nOK\n")
         process.wait()
         fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
+
+
+def test_a_process_that_cannot_get_the_lock_only_closes_the_port(router):
+    r = router("ec25", ubus=False)
+    with locked(r):
+        _, calls = traced(r, AT, "trace=flock,ioctl,write,close")
+    last = max(number for number, call in enumerate(calls) if call.startswith("flock("))
+    assert [call.split("(")[0] for call in calls[last + 1:]] == ["close"]
+
+
+def test_attributes_that_another_put_back_before_the_lock_was_free_are_set_again(router):
+    r = router("ec25", ubus=False)
+    with opened(r) as fd:
+        with stopped_at_the_lock(r, AT) as process:
+            # With carriage returns turned into line feeds no command would reach the modem.
+            set_attributes(fd, termios.OPOST | termios.OCRNL)
+        assert process.communicate()[0] == REPLY.encode()
+
+
+def test_bytes_that_came_before_the_lock_was_free_are_discarded(router):
+    r = router("ec25", ubus=False)
+    stale = b"\r\n+OTHER: 1\r\n\r\nOK\r\n"
+    with opened(r) as fd:
+        with stopped_at_the_lock(r, AT) as process:
+            r.modem().say(stale)
+            r.wait_for(lambda: waiting(fd) == len(stale), "the bytes")
+        assert process.communicate()[0] == REPLY.encode()
 
 
 def test_a_process_that_cannot_get_the_lock_leaves_the_attributes_to_its_holder(router):

@@ -336,18 +336,19 @@ TEST(AtExchange, no_descriptor_stays_whatever_the_result) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-// The port must not take the number of a standard stream: what the host's messages go to would be the modem.
+// The port must not take the number of a standard stream: the host's messages would go to the modem. The modem lives in
+// the child too, because a process must not fork while it has a second thread.
 TEST(AtExchange, a_host_with_closed_standard_streams) {
-    ModemPeer modem(answer("\r\nOK\r\n"));
-    in_child([&modem] {
+    in_child([] {
+        ModemPeer modem(answer("\r\nOK\r\n"));
         for (int fd : {0, 1, 2}) {
             close(fd);
         }
         exchange("/nonexistent/ttyUSB2", "AT");
         EXPECT_EQ(exchange(modem.path(), "AT").text(), "\r\nOK\r\n");
+        modem.stop();
+        EXPECT_EQ(modem.received(), "AT\r\n");
     });
-    modem.stop();
-    EXPECT_EQ(modem.received(), "AT\r\n");
 }
 
 // The queue is lost with the modem's side, so what came in time may or may not have been read.

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/interruptions.h"
 #include "support/modem_peer.h"
 
 namespace {
@@ -71,6 +72,16 @@ TEST_F(UartRead, a_timed_read_returns_nothing_after_half_a_second_of_silence) {
     start = steady_clock::now();
     EXPECT_EQ(uartRxExpires(100, buffer.data(), 500), 0);
     EXPECT_GE(steady_clock::now() - start, milliseconds(490));
+}
+
+TEST_F(UartRead, signals_of_the_host_are_no_silence) {
+    const Interruptions signals;
+    const auto start = steady_clock::now();
+    EXPECT_EQ(MyuartRxExpires(fd, 100, buffer.data(), 500), 0);
+    EXPECT_GE(steady_clock::now() - start, milliseconds(490));
+    EXPECT_GT(signals.count(), 0);
+    queue("abc");
+    EXPECT_EQ(timed_read(100, 500), "abc");
 }
 
 TEST_F(UartRead, a_timeout_is_rounded_down_to_steps_of_100_ms) {

@@ -18,6 +18,7 @@
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/files.h"
+#include "support/interruptions.h"
 
 namespace {
 
@@ -329,6 +330,15 @@ TEST(ShellHost, a_host_with_closed_standard_streams) {
             }
         });
     }
+}
+
+TEST(ShellHost, signals_of_the_host_cut_no_output_and_no_wait_short) {
+    const Interruptions signals;
+    EXPECT_EQ(output("sleep 0.2; echo text"), "text\n");
+    EXPECT_EQ(first_line("sleep 0.2; echo text"), "text");
+    EXPECT_EQ(dynamic_output("sleep 0.2; echo text"), "text\n");
+    EXPECT_EQ(execCommand("sleep 0.2; exit 3"), 3);
+    EXPECT_GT(signals.count(), 0);
 }
 
 TEST(ShellHost, many_commands_leave_no_descriptor_and_no_child) {

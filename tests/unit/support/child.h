@@ -5,7 +5,8 @@
 #include <functional>
 #include <initializer_list>
 
-// Runs `body` in a child and waits for it. Expectations that fail in the child fail the test here, as does a child that
+// Runs `body` in a child and waits for it. Not for a process that has a second thread (a ModemPeer): what that one holds
+// at the moment stays locked in the child. Expectations that fail in the child fail the test here, as does a child that
 // a signal ends.
 void in_child(const std::function<void()> &body);
 
