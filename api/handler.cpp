@@ -3,7 +3,7 @@
 
 #include "platform/json.h"
 
-int32_t pick_modem(json_object *request, ModemModel *model) {
+int32_t pick_row(json_object *request, const ModemModel **row) {
     if (!vjson_contain_key(request, "modem_id")) {
         return API_PARAMETER_MISSING;
     }
@@ -11,9 +11,15 @@ int32_t pick_modem(json_object *request, ModemModel *model) {
     if (modem_id == MODEM_ID_NONE) {
         return API_PARAMETER_MISSING;
     }
-    const ModemModel *row = modem_list_find_id(modem_head, modem_id);
-    if (row == nullptr) {
-        return API_NO_SUCH_MODEM;
+    *row = modem_list_find_id(modem_head, modem_id);
+    return *row != nullptr ? API_OK : API_NO_SUCH_MODEM;
+}
+
+int32_t pick_modem(json_object *request, ModemModel *model) {
+    const ModemModel *row = nullptr;
+    const int32_t picked = pick_row(request, &row);
+    if (picked != API_OK) {
+        return picked;
     }
     *model = *row;
     const char *bus = vjson_get_string(request, "bus");

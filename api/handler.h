@@ -17,6 +17,10 @@ constexpr int32_t API_NO_SUCH_MODEM = -250;     // "modem_id" names no row
 constexpr int32_t API_PARAMETER_MISSING = -251; // "modem_id", or another required key
 constexpr int32_t API_EXCHANGE_FAILED = -255;   // the AT exchange; or a required key of /modem/at is missing
 
+// The row that the request's "modem_id" names. Returns API_OK, API_PARAMETER_MISSING (no "modem_id", or -1) or
+// API_NO_SUCH_MODEM.
+int32_t pick_row(json_object *request, const ModemModel **row);
+
 // Fills `model` with the row that the request's "modem_id" names and, where the request has a "bus", with the run-time
 // fields for it. Returns API_OK, API_PARAMETER_MISSING (no "modem_id", or -1) or API_NO_SUCH_MODEM. Aborts where the
 // bus does not fit.

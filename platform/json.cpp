@@ -85,11 +85,16 @@ void vjson_add_object(json_object *object, const char *key, json_object *child) 
 }
 
 void vjson_array_add_string(json_object *array, const char *text) {
-    if (text == nullptr || !json_object_is_type(array, json_type_array)) {
+    if (text != nullptr) {
+        vjson_array_add_object(array, new_valid_string(text));
+    }
+}
+
+void vjson_array_add_object(json_object *array, json_object *item) {
+    if (item == nullptr) {
         return;
     }
-    json_object *item = new_valid_string(text);
-    if (item != nullptr && json_object_array_add(array, item) != 0) {
+    if (!json_object_is_type(array, json_type_array) || json_object_array_add(array, item) != 0) {
         json_object_put(item);
     }
 }

@@ -21,6 +21,9 @@ void vjson_add_object(json_object *object, const char *key, json_object *child);
 // Appends a copied text to an array. A null text appends nothing.
 void vjson_array_add_string(json_object *array, const char *text);
 
+// Appends `item`, whose ownership passes to the array (it is released where it cannot be appended).
+void vjson_array_add_object(json_object *array, json_object *item);
+
 // The member's text, owned by the object and valid while it lives; null when the key is absent or not a string.
 const char *vjson_get_string(json_object *object, const char *key);
 // The member as an integer, converted as json-c converts (a number in a string counts); 0 when absent.
