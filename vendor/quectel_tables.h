@@ -1,0 +1,114 @@
+// What the numbers of Quectel replies mean: grades of measurements, and words for bandwidth and state codes.
+//
+// Grades and words are shown to people and compared by scripts, so each table is exactly what they have always seen.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+// --- Grades ---
+
+constexpr int32_t BEST_QUECTEL_GRADE = 4;
+
+// The least value for each grade from the best to the last but one; anything below the last limit has grade 1.
+using QuectelGradeLimits = std::array<int32_t, BEST_QUECTEL_GRADE - 1>;
+
+//                                                        4     3     2
+inline constexpr QuectelGradeLimits QUECTEL_LTE_RSRP = {-90, -105, -120};
+inline constexpr QuectelGradeLimits QUECTEL_LTE_RSRQ = {-9, -12, -13}; // grade 2 is the one value -13
+inline constexpr QuectelGradeLimits QUECTEL_LTE_SINR = {20, 12, 0};
+inline constexpr QuectelGradeLimits QUECTEL_LTE_RSSI = {-65, -75, -85};
+inline constexpr QuectelGradeLimits QUECTEL_RSSI = {-70, -80, -95}; // 2G and 3G
+inline constexpr QuectelGradeLimits QUECTEL_ECIO = {0, -10, -20};
+inline constexpr QuectelGradeLimits QUECTEL_RSCP = {-60, -70, -85};
+
+// A measurement that counts for the level: its key in the signal object and its limits.
+struct QuectelQuantity {
+    const char *key;
+    const QuectelGradeLimits &limits;
+};
+
+inline constexpr QuectelQuantity QUECTEL_LTE_QUANTITIES[] = {
+    {"rsrp", QUECTEL_LTE_RSRP},
+    {"rsrq", QUECTEL_LTE_RSRQ},
+    {"sinr", QUECTEL_LTE_SINR},
+    {"rssi", QUECTEL_LTE_RSSI},
+};
+inline constexpr QuectelQuantity QUECTEL_WCDMA_QUANTITIES[] = {
+    {"rssi", QUECTEL_RSSI},
+    {"ecio", QUECTEL_ECIO},
+    {"rscp", QUECTEL_RSCP},
+};
+inline constexpr QuectelQuantity QUECTEL_EP06_WCDMA_QUANTITIES[] = {
+    {"ecio", QUECTEL_ECIO},
+    {"rscp", QUECTEL_RSCP},
+};
+inline constexpr QuectelQuantity QUECTEL_CDMA_QUANTITIES[] = {
+    {"rssi", QUECTEL_RSSI},
+    {"ecio", QUECTEL_ECIO},
+};
+inline constexpr QuectelQuantity QUECTEL_CDMA_EVDO_QUANTITIES[] = {
+    {"rssi0", QUECTEL_RSSI},
+    {"ecio0", QUECTEL_ECIO},
+};
+inline constexpr QuectelQuantity QUECTEL_GSM_QUANTITIES[] = {
+    {"rssi", QUECTEL_RSSI},
+};
+
+// A technology by the "type" of its signal object: what counts for its level (the sum of the grades divided by their
+// number), and its rank (the generation, and how it compares with others). `adds_up`: on an EP06 the level starts from
+// the previous line's, see quectel_signal_level.
+struct QuectelTechnology {
+    const char *type;
+    std::span<const QuectelQuantity> quantities;
+    int rank;
+    bool adds_up = false;
+};
+
+// In the order in which types are compared, which decides what a shortened type stands for.
+inline constexpr QuectelTechnology QUECTEL_TECHNOLOGIES[] = {
+    {"LTE", QUECTEL_LTE_QUANTITIES, 4},
+    {"WCDMA", QUECTEL_WCDMA_QUANTITIES, 3, true},
+    {"TDSCDMA", QUECTEL_WCDMA_QUANTITIES, 3, true},
+    {"CDMA", QUECTEL_CDMA_QUANTITIES, 2},
+    {"EVDO", QUECTEL_CDMA_QUANTITIES, 3},
+    {"CDMA-EVDO", QUECTEL_CDMA_EVDO_QUANTITIES, 3},
+    {"GSM", QUECTEL_GSM_QUANTITIES, 2},
+};
+
+// --- Words ---
+
+struct QuectelWord {
+    int32_t code;
+    const char *word;
+};
+
+// "ul_bandwidth" and "dl_bandwidth" of the serving cell, by the first character of the field.
+inline constexpr QuectelWord QUECTEL_BANDWIDTH_CODES[] = {
+    {'0', "1.4M"}, {'1', "3M"}, {'2', "5M"}, {'3', "10M"}, {'4', "15M"}, {'5', "20M"},
+};
+// "bandwidth" of a carrier, by the number of its resource blocks.
+inline constexpr QuectelWord QUECTEL_BANDWIDTH_VALUES[] = {
+    {6, "1.4M"}, {15, "3M"}, {25, "5M"}, {50, "10M"}, {75, "15M"}, {100, "20M"},
+};
+// "state" of the primary and of a secondary carrier, by the first character of the field. The capitals differ.
+inline constexpr QuectelWord QUECTEL_PRIMARY_STATES[] = {
+    {'0', "No serving"},
+    {'1', "Registered"},
+};
+inline constexpr QuectelWord QUECTEL_SECONDARY_STATES[] = {
+    {'0', "Deconfigured"},
+    {'1', "deactivated"},
+    {'2', "activated"},
+};
+
+// The word for a code, "-" where the table has none.
+constexpr const char *quectel_word(std::span<const QuectelWord> words, int32_t code) {
+    for (const QuectelWord &one : words) {
+        if (one.code == code) {
+            return one.word;
+        }
+    }
+    return "-";
+}
