@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "api/at_endpoint.h"
+#include "sms/sms_endpoints.h"
 
 namespace {
 
@@ -18,9 +19,9 @@ constexpr ApiEntity ENDPOINTS[] = {
     {"/modem/enable", "post", operation_not_supported},
     {"/modem/reset", "post", operation_not_supported},
     {"/modem/at", "post", execute_modem_at},
-    {"/modem/sms/list", "get", operation_not_supported},
-    {"/modem/sms/delete", "post", operation_not_supported},
-    {"/modem/sms/delete_all", "post", operation_not_supported},
+    {"/modem/sms/list", "get", list_modem_sms},
+    {"/modem/sms/delete", "post", delete_modem_sms},
+    {"/modem/sms/delete_all", "post", delete_all_modem_sms},
     {"/modem/sms/send", "post", operation_not_supported},
     {"/modem/sms/status", "post", operation_not_supported},
     {"/modem/sms/code", "post", operation_not_supported},

@@ -8,6 +8,9 @@
 #include "cli/convert.h"
 #include "modem/at_exchange.h"
 #include "modem/discovery.h"
+#include "modem/modem_core/carrier.h"
+#include "modem/modem_core/registration.h"
+#include "modem/modem_core/signal.h"
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/text.h"
@@ -69,16 +72,26 @@ int run_at(const CommandContext &context) {
     return EXIT_SUCCESS;
 }
 
-// The measurements, the level 0 to 4 and the generation as a text: the slot's result counts up from the digit of "0G".
+int run_sim_status(const CommandContext &context) {
+    char text[64] = {};
+    print_text(fault_analysis(context.model, text) == 0 ? "READY" : text);
+    return EXIT_SUCCESS;
+}
+
+// The measurements, the level and the generation as a text: the result of the model's own operation, or else of the
+// signal file, counts up from the digit of "0G". Only the file's is looked at: below "1G" there is no signal to show.
 int run_signal(const CommandContext &context) {
-    if (context.model.ops.signal_info == nullptr) {
-        return not_supported();
-    }
     const Json report(json_object_new_object());
     Json signals(json_object_new_array());
     int32_t strength = -1;
-    char mode[] = "0G";
-    mode[0] = static_cast<char>(mode[0] + context.model.ops.signal_info(context.model, signals.get(), &strength));
+    const ModemModel &model = context.model;
+    const bool has_operation = model.ops.signal_info != nullptr;
+    const int generation = has_operation ? model.ops.signal_info(model, signals.get(), &strength)
+                                         : conver_signal_file(model.bus, signals.get(), &strength);
+    const char mode[] = {static_cast<char>('0' + static_cast<int8_t>(generation)), 'G', '\0'};
+    if (!has_operation && static_cast<signed char>(mode[0]) < '1') {
+        return not_supported();
+    }
     vjson_add_object(report.get(), "signals", signals.release());
     vjson_add_int(report.get(), "strength", strength);
     vjson_add_string(report.get(), "mode", mode);
@@ -116,6 +129,24 @@ int run_thermal(const CommandContext &context) {
     return EXIT_SUCCESS;
 }
 
+// The name as the network reports it, or else as the operator list has it.
+int run_carrier(const CommandContext &context) {
+    char name[64] = {};
+    const ModemModel &model = context.model;
+    if (model.ops.get_operator != nullptr && model.ops.get_operator(model, std::span(name)) == 0) {
+        print_text(name);
+    }
+    if (name[0] == '\0') {
+        const Json report(json_object_new_object());
+        const char *carrier = nullptr;
+        if (modem_read_carrier(report.get(), model) == 0) {
+            carrier = vjson_get_string(report.get(), "carrier");
+        }
+        print_text(carrier != nullptr ? carrier : "");
+    }
+    return EXIT_SUCCESS;
+}
+
 int run_check_register(const CommandContext &context) {
     if (context.model.ops.check_register == nullptr) {
         return not_supported();
@@ -138,16 +169,25 @@ int run_convert(const CommandContext &context) {
     return convert_file(context.arguments);
 }
 
-// clang-format off: one row a line
+// One row a line.
+// clang-format off
 constexpr Command COMMANDS[] = {
-    {"connect", run_connect},      {"connect-auto", nullptr},
-    {"new-connect-auto", nullptr}, {"disconnect", nullptr},
-    {"sim-status", nullptr},       {"AT", run_at},
-    {"signal", run_signal},        {"cells", run_cells},
-    {"iccid", run_iccid},          {"thermal", run_thermal},
-    {"carrier", nullptr},          {"test", nullptr},
-    {"convert", run_convert},      {"check_register", run_check_register},
-    {"get_mode", run_get_mode},    {"wifi_lte_interference", nullptr},
+    {"connect", run_connect},
+    {"connect-auto", nullptr},
+    {"new-connect-auto", nullptr},
+    {"disconnect", nullptr},
+    {"sim-status", run_sim_status},
+    {"AT", run_at},
+    {"signal", run_signal},
+    {"cells", run_cells},
+    {"iccid", run_iccid},
+    {"thermal", run_thermal},
+    {"carrier", run_carrier},
+    {"test", nullptr},
+    {"convert", run_convert},
+    {"check_register", run_check_register},
+    {"get_mode", run_get_mode},
+    {"wifi_lte_interference", nullptr},
 };
 // clang-format on
 

@@ -5,10 +5,14 @@
 
 #include "modem/debug.h"
 #include "modem/discovery.h"
+#include "modem/modem_core/carrier.h"
+#include "modem/modem_core/identity.h"
+#include "modem/modem_core/status_report.h"
 #include "platform/board.h"
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/text.h"
+#include "vendor/apn_database.h"
 
 namespace {
 
@@ -29,18 +33,46 @@ void report_port(json_object *report, const char *key, const char *device_direct
     vjson_add_string(report, key, path);
 }
 
+// The modem's own name, or else that of its row.
+void report_name(json_object *report, const ModemModel &model) {
+    char port[REPORTED_PORT_SIZE] = {};
+    char name[IDENTITY_SIZE] = {};
+    modem_search_port(model.bus, model.control_port, port);
+    vjson_add_string(report, "name", modem_get_identity(model.bus, port, name) == 0 ? name : model.name);
+}
+
+void report_imei(json_object *report, const ModemModel &model) {
+    char imei[IMEI_BUFFER_SIZE] = {};
+    if (get_modem_imei(model, imei) == 0) {
+        vjson_add_string(report, "IMEI", imei);
+    }
+}
+
 // Only the halvor's second modem slot knows the hardware variant; everywhere else the keys are there and empty.
 void report_board(json_object *report, const char *bus) {
-    if (strcmp(get_model_name(), "halvor") != 0 || strcmp(bus, "2-1.2") != 0) {
-        vjson_add_string(report, "hw_version", "");
-        vjson_add_string(report, "sim_num", "");
+    if (strcmp(get_model_name(), "halvor") == 0 && strcmp(bus, "2-1.2") == 0) {
+        get_board_hw_and_sim_status(report);
+        return;
+    }
+    vjson_add_string(report, "hw_version", "");
+    vjson_add_string(report, "sim_num", "");
+}
+
+void report_apns(json_object *report, const ModemModel &model) {
+    Json apns(json_object_new_array());
+    if (get_custom_apns(model, nullptr, apns.get()) == 0) {
+        vjson_add_object(report, "apns", apns.release());
     }
 }
 
 void report_detail(json_object *report, const ModemModel &model) {
-    vjson_add_string(report, "name", model.name);
+    report_name(report, model);
+    report_imei(report, model);
     vjson_add_string(report, "bus", model.bus);
     report_board(report, model.bus);
+    modem_read_carrier(report, model);
+    modem_read_status(report, model);
+    report_apns(report, model);
     Json operators(json_object_new_array());
     vjson_array_add_string(operators.get(), "Visible");
     vjson_add_object(report, "operators", operators.release());
@@ -103,5 +135,7 @@ ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char
     vjson_add_string(report, "name", "-");
     replace_modem_struct(out, bus);
     vjson_add_string(report, "bus", bus);
+    modem_read_carrier(report, *out);
+    modem_read_status(report, *out);
     return out;
 }

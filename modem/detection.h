@@ -8,12 +8,13 @@
 // Finds the modem on `bus`, such as "1-1.2", and fills `out`: a copy of its row with the run-time fields for that bus.
 // Returns out. Where there is no usable modem (no device, or its ports are not there yet) only out->modem_id is
 // meaningful: MODEM_ID_NONE. A device that is in no row is taken for the unknown modem as long as it has ports. Aborts
-// where the bus does not fit its field. What went wrong is told with DEBUG_printf.
+// where the bus does not fit its field. `bus` does not lie in `out`. What went wrong is told with DEBUG_printf.
 //
 // `report` receives what was found: "ports" (array of device paths), "modem_id", "data_port", "control_port" and, where
-// the model has one, "qmi_port" (device paths, empty where the port is not there). With `detail` not 0 also "name",
-// "bus", "hw_version", "sim_num" and "operators" (always ["Visible"]). The unknown modem is reported with "ports",
-// "modem_id", "name" ("-") and "bus", whatever the detail.
+// the model has one, "qmi_port" (device paths, empty where the port is not there). With `detail` not 0 also "name" (the
+// modem's own, or its row's), "IMEI", "bus", "hw_version", "sim_num", the keys of modem_read_carrier and
+// modem_read_status, "apns" where the SIM has prescribed ones, and "operators" (always ["Visible"]). The unknown modem
+// is reported with "ports", "modem_id", "name" ("-"), "bus" and the keys of these two, whatever the detail.
 ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, int detail);
 
 // The part of detect_modem for a device whose ids are in no row. The same contract.

@@ -22,50 +22,50 @@ struct ModemModel;
 // failure, unless the slot says otherwise.
 struct ModemOps {
     // Model and revision text of the modem at an AT port; `text` holds at least 200 bytes.
-    int (*get_identity)(const char *bus, const char *port, std::span<char> text);
+    int (*get_identity)(const char *bus, const char *port, std::span<char> text) = nullptr;
     // Generation in use: "2G", "3G", "4G".
-    int (*get_mode)(const ModemModel &model, std::span<char> mode);
+    int (*get_mode)(const ModemModel &model, std::span<char> mode) = nullptr;
     // Signal level 0 to 4 into `level`; returns the generation, or 1 where the reading does not tell it.
-    int (*get_rssi)(const ModemModel &model, int32_t *level);
+    int (*get_rssi)(const ModemModel &model, int32_t *level) = nullptr;
     // Measurements, one object each, into `signals`, and the level; returns the generation 2, 3 or 4.
-    int (*signal_info)(const ModemModel &model, json_object *signals, int32_t *level);
+    int (*signal_info)(const ModemModel &model, json_object *signals, int32_t *level) = nullptr;
     // 15 digits, not terminated.
-    int (*get_imsi)(const ModemModel &model, std::span<char> imsi);
+    int (*get_imsi)(const ModemModel &model, std::span<char> imsi) = nullptr;
     // Restricts the modem at /dev/ttyUSB<tty_number> to a network mode.
-    int (*set_mode)(int tty_number, int mode);
+    int (*set_mode)(int tty_number, int mode) = nullptr;
     // Deletes one received message by its file name, or all of them.
-    int (*del_sms)(const char *file_name);
-    int (*del_all_sms)();
+    int (*del_sms)(const char *file_name) = nullptr;
+    int (*del_all_sms)() = nullptr;
     // Bring the data interface up or down, polling its state `wait_count` times; return that state: 0 up, 1 pending,
     // 2 down.
-    int (*serial_connect)(int wait_count, const char *ifname);
-    int (*disconnect)(int wait_count, const char *ifname);
+    int (*serial_connect)(int wait_count, const char *ifname) = nullptr;
+    int (*disconnect)(int wait_count, const char *ifname) = nullptr;
     // Operator name as the network reports it.
-    int (*get_operator)(const ModemModel &model, std::span<char> name);
+    int (*get_operator)(const ModemModel &model, std::span<char> name) = nullptr;
     // Registration state 0 to 9 (3GPP TS 27.007, +CREG <stat>) of the modem at /dev/ttyUSB<tty_number>.
-    int (*get_register_status)(int tty_number);
+    int (*get_register_status)(int tty_number) = nullptr;
     // IMEI digits; `imei` holds at least 36 bytes.
-    int (*get_gsn)(const char *port, const char *bus, std::span<char> imei);
+    int (*get_gsn)(const char *port, const char *bus, std::span<char> imei) = nullptr;
     // Serving and neighbour cells, one object each, into `cells`.
-    int (*cell_info)(const ModemModel &model, json_object *cells);
+    int (*cell_info)(const ModemModel &model, json_object *cells) = nullptr;
     // Writes the configured thermal limits into the modem.
-    int (*thermal_ctrl)(const ModemModel &model);
+    int (*thermal_ctrl)(const ModemModel &model) = nullptr;
     // 1 when the modem is on an aggregated LTE carrier.
-    int (*check_cat6)(const ModemModel &model);
+    int (*check_cat6)(const ModemModel &model) = nullptr;
     // 0 when registered or not checkable, -1 when not registered.
-    int (*check_register)(const ModemModel &model);
+    int (*check_register)(const ModemModel &model) = nullptr;
     // State of the SIM: 0 ready or not checkable, -1 error, -2 wants its PIN, -4 wants its PUK; a word on it in `text`.
-    int (*check_simcard)(const ModemModel &model, std::span<char> text);
+    int (*check_simcard)(const ModemModel &model, std::span<char> text) = nullptr;
     // Writes the APN, or the APN with its credentials, into the modem.
-    int (*set_apn)(const ModemModel &model, const char *apn);
+    int (*set_apn)(const ModemModel &model, const char *apn) = nullptr;
     int (*set_ath)(const ModemModel &model, const char *apn, const char *username, const char *password,
-                   const char *authentication);
+                   const char *authentication) = nullptr;
     // 20 digits of the SIM's ICCID, not terminated.
-    int (*get_qccid)(const ModemModel &model, std::span<char> iccid);
+    int (*get_qccid)(const ModemModel &model, std::span<char> iccid) = nullptr;
     // Configured bands, as texts, into `bands`.
-    int (*get_band)(const ModemModel &model, json_object *bands);
+    int (*get_band)(const ModemModel &model, json_object *bands) = nullptr;
     // Configured scan mode.
-    int (*get_current_mode)(const ModemModel &model, std::span<char> mode);
+    int (*get_current_mode)(const ModemModel &model, std::span<char> mode) = nullptr;
 };
 
 constexpr size_t MODEM_OPERATION_COUNT = 23;
@@ -90,10 +90,10 @@ struct ModemModel {
     char ifname[16] = "modem";        // UCI network interface; in a copy "modem_1_1_2" for bus 1-1.2
     int32_t control_port;             // USB interface number of the AT command port,
     int32_t data_port;                // of the port for PPP dialling,
-    int32_t qmi_port;                 // and of the QMI port, -1 where the model has none
-    char net_ifname[16];              // network device of the QMI or direct IP data path; "xxx": none
-    char ppp_ifname[16];              // PPP interface; "xxx": none
-    char ecm_ifname[16];              // Ethernet over USB device; "xxx": none
+    int32_t qmi_port = -1;            // and of the QMI port, -1 where the model has none
+    char net_ifname[16] = "xxx";      // network device of the QMI or direct IP data path; "xxx": none
+    char ppp_ifname[16] = "xxx";      // PPP interface; "xxx": none
+    char ecm_ifname[16] = "xxx";      // Ethernet over USB device; "xxx": none
     char bus[12] = {};                // USB bus path such as "1-1.2"; empty in the rows
     uint32_t proto_flags;             // PROTO_ bits
     uint32_t skip_port_check = 0;     // bit 0: the AT port is accepted as data device

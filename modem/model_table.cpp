@@ -5,186 +5,142 @@
 
 #include <iterator>
 
+#include "modem/modem_core/carrier.h"
+#include "modem/modem_core/identity.h"
+#include "modem/modem_core/mode_band.h"
+#include "modem/modem_core/registration.h"
+#include "modem/modem_core/signal.h"
+#include "sms/sms_store.h"
+#include "vendor/quectel_cells.h"
+#include "vendor/quectel_registration.h"
+#include "vendor/quectel_signal.h"
+
 namespace {
 
-constexpr ModemModel ROWS[] = {
-    {
-        .name = "EC20",
-        .vid = 0x05c6,
-        .pid = 0x9215,
-        .modem_id = 0,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x43,
-    },
-    {
-        .name = "EC25",
-        .vid = 0x2c7c,
-        .pid = 0x0125,
-        .modem_id = 3,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x43,
-    },
-    {
-        .name = "EP06",
-        .vid = 0x2c7c,
-        .pid = 0x0306,
-        .modem_id = 1,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x43,
-    },
-    {
-        .name = "UC20",
-        .vid = 0x05c6,
-        .pid = 0x9003,
-        .modem_id = 4,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x1,
-    },
-    {
-        .name = "MC7430",
-        .vid = 0x1199,
-        .pid = 0x9071,
-        .modem_id = 5,
-        .control_port = 3,
-        .data_port = 3,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "xxx",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x4,
-        .skip_port_check = 1, // one port serves AT commands and dialling
-    },
-    {
-        .name = "SIMCOM7600",
-        .vid = 0x1e0e,
-        .pid = 0x9001,
-        .modem_id = 20,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "xxx",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x21,
-    },
-    {
-        .name = "ME3630",
-        .vid = 0x19d2,
-        .pid = 0x1476,
-        .modem_id = 30,
-        .control_port = 1,
-        .data_port = 2,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "usb0",
-        .proto_flags = 0x21,
-    },
-    {
-        .name = "EC200T",
-        .vid = 0x2c7c,
-        .pid = 0x6026,
-        .modem_id = 6,
-        .control_port = 3,
-        .data_port = 4,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "usb0",
-        .proto_flags = 0x61,
-    },
-    {
-        .name = "BG95",
-        .vid = 0x2c7c,
-        .pid = 0x0700,
-        .modem_id = 7,
-        .control_port = 2,
-        .data_port = 2,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x1,
-        .skip_port_check = 1, // one port serves AT commands and dialling
-    },
-    {
-        .name = "EG91",
-        .vid = 0x2c7c,
-        .pid = 0x0191,
-        .modem_id = 8,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x3,
-        .skip_port_check = 1,
-    },
-    {
-        .name = "EC100Y",
-        .vid = 0x2c7c,
-        .pid = 0x6001,
-        .modem_id = 9,
-        .control_port = 1,
-        .data_port = 1,
-        .qmi_port = -1,
-        .net_ifname = "xxx",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x1,
-        .skip_port_check = 1, // one port serves AT commands and dialling
-    },
-    {
-        .name = "NL678E",
-        .vid = 0x2cb7,
-        .pid = 0x0104,
-        .modem_id = 40,
-        .control_port = 2,
-        .data_port = 3,
-        .qmi_port = 4,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x3,
-        .raw_ip = 1,
-    },
-    {
-        // Any modem whose USB ids are in no other row, as long as it has ports. Clients know it by this spelling.
-        .name = "UknowDevice",
-        .vid = 0,
-        .pid = 0,
-        .modem_id = MODEM_ID_UNKNOWN,
-        .control_port = 0,
-        .data_port = 0,
-        .qmi_port = -1,
-        .net_ifname = "wwan0",
-        .ppp_ifname = "3g-modem",
-        .ecm_ifname = "xxx",
-        .proto_flags = 0x1,
-        .skip_port_check = 1,
-    },
+// --- Operations ---
+
+// What Quectel modems support. The rows of other makers start from it too, as their generic operations are the same.
+constexpr ModemOps QUECTEL_SET = {
+    .get_identity = modem_get_identity,
+    .get_mode = modem_get_mode,
+    .get_rssi = modem_get_rssi,
+    .signal_info = quectel_signal_info,
+    .get_imsi = modem_get_imsi,
+    .set_mode = modem_set_mode,
+    .del_sms = modem_del_sms,
+    .del_all_sms = modem_del_all_sms,
+    .get_operator = modem_get_operator,
+    .get_register_status = modem_get_register_status,
+    .get_gsn = modem_get_gsn,
+    .cell_info = quectel_cell_info,
+    .check_register = quectel_check_register,
+    .check_simcard = modem_check_simcard,
 };
+
+// A base set with some slots changed.
+template <typename Change> constexpr ModemOps changed(ModemOps ops, Change change) {
+    change(ops);
+    return ops;
+}
+
+constexpr ModemOps EP06_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
+    ops.signal_info = ep06_signal_info;
+    ops.check_cat6 = quectel_check_cat6;
+});
+
+// A 3G modem without AT+QCAINFO and AT+QENG.
+constexpr ModemOps UC20_SET = changed(QUECTEL_SET, [](ModemOps &ops) { ops.cell_info = nullptr; });
+
+// LTE-M, NB-IoT and Cat 1 modems, whose SIM and bands can be read.
+constexpr ModemOps QUECTEL_IOT_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
+    ops.get_qccid = modem_get_qccid;
+    ops.get_band = modem_get_band;
+    ops.get_current_mode = modem_get_current_mode;
+});
+
+// What is left of the set for a modem with a dialect of its own for signal and cells.
+constexpr ModemOps GENERIC_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
+    ops.signal_info = nullptr;
+    ops.cell_info = nullptr;
+    ops.check_register = nullptr;
+});
+
+constexpr ModemOps SIMCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
+    ops.get_mode = simcom_get_mode;
+    ops.check_register = modem_check_register;
+});
+
+constexpr ModemOps ZTE_SET = changed(GENERIC_SET, [](ModemOps &ops) {
+    ops.get_mode = zte_get_mode;
+    ops.check_register = modem_check_register;
+});
+
+// Signal, cells, registration and SIM are read from a dialect of its own.
+constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
+    ops.get_rssi = nullptr;
+    ops.check_simcard = nullptr;
+});
+
+// Mode, signal, cells and registration are read from a dialect of its own, and the mode cannot be set.
+constexpr ModemOps FIBOCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
+    ops.get_mode = nullptr;
+    ops.set_mode = nullptr;
+});
+
+// A modem that nobody knows is not asked about its SIM: an answer in an unknown dialect would look like a fault.
+constexpr ModemOps UNKNOWN_SET = changed(GENERIC_SET, [](ModemOps &ops) { ops.check_simcard = nullptr; });
+
+// --- Rows ---
+
+// Ports are USB interface numbers. What a row leaves out the model does not have: a QMI port, a network, PPP or
+// Ethernet device. With skip_port_check the AT port may be configured as the data device, as it has to be where one
+// port serves both.
+
+// Identity, ports and operations have a line each.
+// clang-format off
+constexpr ModemModel ROWS[] = {
+    {.name = "EC20", .vid = 0x05c6, .pid = 0x9215, .modem_id = 0,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x43, .ops = QUECTEL_SET},
+    {.name = "EC25", .vid = 0x2c7c, .pid = 0x0125, .modem_id = 3,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x43, .ops = QUECTEL_SET},
+    {.name = "EP06", .vid = 0x2c7c, .pid = 0x0306, .modem_id = 1,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x43, .ops = EP06_SET},
+    {.name = "UC20", .vid = 0x05c6, .pid = 0x9003, .modem_id = 4,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x1, .ops = UC20_SET},
+    {.name = "MC7430", .vid = 0x1199, .pid = 0x9071, .modem_id = 5,
+     .control_port = 3, .data_port = 3,
+     .proto_flags = 0x4, .skip_port_check = 1, .ops = SIERRA_SET},
+    {.name = "SIMCOM7600", .vid = 0x1e0e, .pid = 0x9001, .modem_id = 20,
+     .control_port = 2, .data_port = 3,
+     .proto_flags = 0x21, .ops = SIMCOM_SET},
+    {.name = "ME3630", .vid = 0x19d2, .pid = 0x1476, .modem_id = 30,
+     .control_port = 1, .data_port = 2, .ppp_ifname = "3g-modem", .ecm_ifname = "usb0",
+     .proto_flags = 0x21, .ops = ZTE_SET},
+    {.name = "EC200T", .vid = 0x2c7c, .pid = 0x6026, .modem_id = 6,
+     .control_port = 3, .data_port = 4, .ppp_ifname = "3g-modem", .ecm_ifname = "usb0",
+     .proto_flags = 0x61, .ops = QUECTEL_SET},
+    {.name = "BG95", .vid = 0x2c7c, .pid = 0x0700, .modem_id = 7,
+     .control_port = 2, .data_port = 2, .ppp_ifname = "3g-modem",
+     .proto_flags = 0x1, .skip_port_check = 1, .ops = QUECTEL_IOT_SET},
+    {.name = "EG91", .vid = 0x2c7c, .pid = 0x0191, .modem_id = 8,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x3, .skip_port_check = 1, .ops = QUECTEL_IOT_SET},
+    {.name = "EC100Y", .vid = 0x2c7c, .pid = 0x6001, .modem_id = 9,
+     .control_port = 1, .data_port = 1, .ppp_ifname = "3g-modem",
+     .proto_flags = 0x1, .skip_port_check = 1, .ops = QUECTEL_IOT_SET},
+    {.name = "NL678E", .vid = 0x2cb7, .pid = 0x0104, .modem_id = 40,
+     .control_port = 2, .data_port = 3, .qmi_port = 4, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x3, .raw_ip = 1, .ops = FIBOCOM_SET},
+    // Any modem whose USB ids are in no other row, as long as it has ports. Clients know it by this spelling.
+    {.name = "UknowDevice", .vid = 0, .pid = 0, .modem_id = MODEM_ID_UNKNOWN,
+     .control_port = 0, .data_port = 0, .net_ifname = "wwan0", .ppp_ifname = "3g-modem",
+     .proto_flags = 0x1, .skip_port_check = 1, .ops = UNKNOWN_SET},
+};
+// clang-format on
 
 static_assert(std::size(ROWS) == MODEM_MODEL_COUNT);
 
