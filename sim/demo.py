@@ -12,20 +12,39 @@ from velasim.router import Router, RouterError  # noqa: E402
 
 REQUEST = '{"at-command":"AT+CSQ","at-port":"/dev/ttyUSB2"}'
 
+MESSAGE = """From: 491700000001
+From_TOA: 91 international, ISDN/telephone
+Sent: 26-11-21 09:30:00
+Received: 26-11-21 09:30:04
+Alphabet: ISO
+Length: 26
+
+Your data volume is 10 GB.
+"""
+
 STEPS = [
     ("Which modem is on bus 1-1.2, and on which ports? -D prints the detection report before the command's own output.",
      ["vela_modem", "-D", "-B", "1-1.2", "AT", "ATI"]),
+    ("How well does it hear the network? Each measurement, the level from 1 to 4, and the generation.",
+     ["vela_modem", "signal"]),
+    ("Which cells does it see? (the serving cell first, then its neighbours)", ["vela_modem", "cells"]),
+    ("Can the SIM be used, and who is the operator?", ["vela_modem", "sim-status"]),
+    ("", ["vela_modem", "carrier"]),
     ("The same modem through the web interface: vela_api calls one endpoint of the plug-in, as the API server would.",
      ["vela_api", "post", "/modem/at", REQUEST]),
-    ("A second modem has been plugged in on bus 2-1.2.",
+    ("The received messages, from smstools3's spool.",
+     ["vela_api", "get", "/modem/sms/list", '{"modem_id":3}']),
+    ("A second modem has been plugged in on bus 2-1.2. Its dialect for cells is not known to this version.",
      ["vela_modem", "2-1.2", "AT", "ATI"]),
+    ("", ["vela_modem", "2-1.2", "cells"]),
     ("A bus without a modem: nothing is printed, and the exit status is 0.",
      ["vela_modem", "-B", "1-1.3", "AT", "ATI"]),
 ]
 
 
 def show(router: Router, text: str, command: list[str]) -> bool:
-    print(f"\n\033[1m{text}\033[0m" if sys.stdout.isatty() else f"\n{text}")
+    if text:
+        print(f"\n\033[1m{text}\033[0m" if sys.stdout.isatty() else f"\n{text}")
     print(f"router# {shlex.join(command)}")
     result = router.run(*command)
     print((result.stdout + result.stderr).replace("\r\n", "\n").rstrip("\n"))
@@ -43,7 +62,8 @@ def show_events(router: Router) -> None:
 
 def main() -> int:
     try:
-        with Router(modems={"1-1.2": "ec25", "2-1.2": "mc7430"}) as router:
+        files = {"/etc/spool/sms/incoming/VMS99.k3Yt0w": MESSAGE}
+        with Router(modems={"1-1.2": "ec25", "2-1.2": "mc7430"}, files=files) as router:
             passed = [show(router, text, command) for text, command in STEPS]
             show_events(router)
     except RouterError as problem:
