@@ -41,10 +41,19 @@ def test_a_modem_in_no_list_is_the_unknown_device(router):
     r = router("unknown", ubus=False)
     text, report = debug(r)
     assert text == "vid 1D0D,pid A1\n"
-    assert list(report)[:4] == ["ports", "modem_id", "name", "bus"]
+    assert list(report) == ["ports", "modem_id", "name", "bus", "mnc", "mcc", "carrier", "up", "newsms"]
     assert sorted(report["ports"]) == ["/dev/ttyACM0", "/dev/ttyACM1"]
+    assert (report["mnc"], report["mcc"], report["carrier"]) == ("010", "206", "Proximus")
+    assert (report["up"], report["newsms"]) == ("off", 0)
     assert (report["modem_id"], report["name"], report["bus"]) == (255, "-", "1-1.2")
     assert not set(FOREIGN) & set(report)
+
+
+def test_an_unknown_device_without_a_sim_has_an_empty_carrier(router):
+    r = router("unknown", ubus=False)
+    r.modem().reply("AT+CIMI", "\n+CME ERROR: 10\n")
+    _, report = debug(r)
+    assert list(report) == ["ports", "modem_id", "name", "bus", "carrier", "up", "newsms"] and report["carrier"] == ""
 
 
 def test_an_unknown_device_on_another_bus(router):

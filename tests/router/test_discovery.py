@@ -38,7 +38,7 @@ def test_acm_ports_are_listed_once(router):
 def test_an_acm_tty_outside_a_tty_directory_is_not_listed(router):
     r = router("unknown", ubus=False)
     r.host_path(DEVICE).joinpath("ttyACM7").mkdir()
-    r.host_path(DEVICE).joinpath("1-1.2:1.0", "tty", "ttyUSB7").mkdir()  # and the other kind not inside one
+    r.host_path(DEVICE).joinpath("1-1.2:1.9", "tty", "ttyUSB7").mkdir(parents=True)  # and the other kind not inside one
     _, report = debug(r)
     assert sorted(report["ports"]) == ["/dev/ttyACM0", "/dev/ttyACM1"]
 

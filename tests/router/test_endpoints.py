@@ -46,9 +46,6 @@ PENDING = [
     ("post", "/modem/set"),
     ("post", "/modem/enable"),
     ("post", "/modem/reset"),
-    ("get", "/modem/sms/list"),
-    ("post", "/modem/sms/delete"),
-    ("post", "/modem/sms/delete_all"),
     ("post", "/modem/sms/send"),
     ("post", "/modem/sms/status"),
     ("post", "/modem/sms/code"),
@@ -90,8 +87,19 @@ def test_an_endpoint_whose_handler_is_still_to_come_answers_minus_17_and_nothing
     assert ec25.events == []
 
 
-def test_at_is_not_pending():
+def test_what_is_live_is_not_pending():
     assert set(PENDING) <= set(ENDPOINTS) and ("post", "/modem/at") not in PENDING
+
+
+@pytest.mark.parametrize("request_body, statuses", [
+    ({}, (-251, -251, -251)), ({"modem_id": 2}, (-250, -258, -250)), ({"modem_id": 3}, (0, -258, 0)),
+    ({"modem_id": 2, "msg_id": "VMS99.a"}, (-250, -250, -250)), ({"modem_id": 255, "msg_id": "VMS99.a"}, (0, -259, 0)),
+], ids=str)
+def test_the_messages_endpoints_are_live(router, request_body, statuses):
+    r = router("ec25", ubus=False)
+    assert r.api("get", "/modem/sms/list", request_body) == (statuses[0], {} if statuses[0] else {"messages": []})
+    assert r.api("post", "/modem/sms/delete", request_body) == (statuses[1], {})
+    assert r.api("post", "/modem/sms/delete_all", request_body) == (statuses[2], {})
 
 
 @pytest.mark.parametrize("method, path", ENDPOINTS)

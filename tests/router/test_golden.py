@@ -35,6 +35,13 @@ LINES = [
     ["AT", "AT+COPS?"],
     ["AT", "AT+CSQ"],
     ["AT", "AT+NOSUCH"],
+    ["sim-status"],
+    ["signal"],
+    ["cells"],
+    ["iccid"],
+    ["carrier"],
+    ["check_register"],
+    ["get_mode"],
     ["connect", "qmi", "/dev/cdc-wdm0"],
     ["convert", "/tmp/message", "8"],
     ["no-such-command"],
@@ -47,17 +54,15 @@ PENDING = [
     ["connect-auto"],
     ["new-connect-auto"],
     ["disconnect"],
-    ["sim-status"],
-    ["signal"],
-    ["cells"],
-    ["iccid"],
     ["thermal"],
-    ["carrier"],
     ["test"],
-    ["check_register"],
-    ["get_mode"],
     ["wifi_lte_interference"],
 ]
+# The same of single models.
+PENDING_OF = {
+    "mc7430": [["cells"], ["check_register"]],
+    "nl678e": [["signal"], ["cells"], ["check_register"], ["get_mode"]],
+}
 
 
 def make_router(model: str) -> Router:
@@ -82,29 +87,31 @@ def entry(r: Router, words: list[str]) -> str:
     return "\n".join(lines) + "\n"
 
 
-def outputs(r: Router) -> str:
-    return "\n".join(entry(r, words) for words in LINES)
+def outputs(r: Router, model: str) -> str:
+    return "\n".join(entry(r, words) for words in LINES if words not in PENDING_OF.get(model, []))
 
 
 @pytest.mark.parametrize("model", MODELS)
 def test_every_command_on_every_model(model):
     with make_router(model) as r:
-        assert outputs(r) == (GOLDEN / f"{model}.txt").read_text(encoding="utf-8")
-        assert r.commands == [] and r.programs == []
+        assert outputs(r, model) == (GOLDEN / f"{model}.txt").read_text(encoding="utf-8")
+        assert r.commands == [] or model == "unknown"  # whose detection looks its carrier up
+        assert r.programs == []
 
 
 @pytest.mark.parametrize("model", MODELS)
 def test_commands_that_are_still_to_come_say_that_they_are_not_supported(model):
     with make_router(model) as r:
-        for words in PENDING:
+        for words in PENDING + PENDING_OF.get(model, []):
             result = r.run("vela_modem", *words)
             assert (result.returncode, result.stdout, result.stderr) == (0, "Not support", ""), words
-        assert r.events == []
+        assert r.events == [] or model == "unknown"
 
 
 def test_no_command_is_forgotten():
     assert {words[0] for words in LINES + PENDING} == {*COMMANDS, "no-such-command"}
     assert not [words for words in PENDING if words in LINES]
+    assert all(words in LINES for lines in PENDING_OF.values() for words in lines)
     assert sorted(path.stem for path in GOLDEN.iterdir()) == MODELS
 
 
@@ -112,4 +119,4 @@ if __name__ == "__main__":
     GOLDEN.mkdir(exist_ok=True)
     for name in MODELS:
         with make_router(name) as one:
-            (GOLDEN / f"{name}.txt").write_text(outputs(one), encoding="utf-8")
+            (GOLDEN / f"{name}.txt").write_text(outputs(one, name), encoding="utf-8")

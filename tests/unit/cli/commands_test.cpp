@@ -13,6 +13,7 @@
 #include "platform/json.h"
 #include "platform/text.h"
 #include "support/capture.h"
+#include "support/child.h"
 #include "support/files.h"
 #include "support/json_text.h"
 
@@ -42,7 +43,7 @@ const std::vector<std::string> NAMES = {
 
 // Commands whose operation this build does not carry. One that is added leaves this list.
 const std::set<std::string> NOT_CARRIED = {
-    "connect-auto", "new-connect-auto", "disconnect", "sim-status", "carrier", "test", "wifi_lte_interference",
+    "connect-auto", "new-connect-auto", "disconnect", "test", "wifi_lte_interference",
 };
 
 class Commands : public testing::Test {
@@ -98,7 +99,7 @@ TEST_F(Commands, an_unknown_command_prints_the_usage) {
 }
 
 TEST_F(Commands, an_empty_slot_prints_not_support) {
-    for (const char *name : {"signal", "cells", "iccid", "thermal", "check_register", "get_mode"}) {
+    for (const char *name : {"cells", "iccid", "thermal", "check_register", "get_mode"}) {
         EXPECT_EQ(run(name), "Not support") << name;
         EXPECT_EQ(status, 0) << name;
     }
@@ -155,6 +156,52 @@ TEST_F(Commands, signal_parses_whatever_the_slot_returns) {
         model.ops.signal_info = [](const ModemModel &, json_object *, int32_t *) { return returned; };
         EXPECT_NE(parse_json(run("signal")), nullptr) << result;
     }
+}
+
+TEST_F(Commands, signal_without_a_slot_reports_the_signal_file) {
+    in_child_with_empty({"/tmp"}, [&] {
+        std::filesystem::create_directory("/tmp/modem.1-1.2");
+        write_file("/tmp/modem.1-1.2/signal", R"({"type":"gsm","signal":-75})");
+        EXPECT_EQ(run("signal"),
+                  pretty_json(R"({"signals":[{"type":"GSM","rssi":"-75"}],"strength":3,"mode":"2G"})") + "\n");
+        EXPECT_EQ(status, 0);
+    });
+}
+
+TEST_F(Commands, signal_without_a_slot_and_a_usable_signal_file_prints_not_support) {
+    in_child_with_empty({"/tmp"}, [&] {
+        EXPECT_EQ(run("signal"), "Not support");
+        EXPECT_EQ(status, 0);
+        std::filesystem::create_directory("/tmp/modem.1-1.2");
+        write_file("/tmp/modem.1-1.2/signal", R"({"type":"nr5g","rssi":-60})");
+        EXPECT_EQ(run("signal"), "Not support");
+        EXPECT_EQ(status, 0);
+    });
+}
+
+// The SIM.
+
+TEST_F(Commands, sim_status_prints_the_fault) {
+    model.ops.check_simcard = [](const ModemModel &asked, std::span<char>) {
+        EXPECT_STREQ(asked.bus, "1-1.2");
+        return -2;
+    };
+    EXPECT_EQ(run("sim-status"), "PIN_SIM");
+    EXPECT_EQ(status, 0);
+    model.ops.check_simcard = [](const ModemModel &, std::span<char>) { return 0; };
+    model.ops.check_register = [](const ModemModel &) { return -1; };
+    EXPECT_EQ(run("sim-status"), "NO_REG");
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Commands, sim_status_without_a_fault_is_ready) {
+    EXPECT_EQ(run("sim-status"), "READY") << "a model that cannot be asked";
+    model.ops.check_simcard = [](const ModemModel &, std::span<char> text) {
+        text_copy(text, "READY, or so it says");
+        return 0;
+    };
+    EXPECT_EQ(run("sim-status"), "READY");
+    EXPECT_EQ(status, 0);
 }
 
 // Cells.
@@ -217,9 +264,6 @@ TEST_F(Commands, thermal_failure) {
 // The carrier.
 
 TEST_F(Commands, carrier_prints_the_operator_once) {
-    if (NOT_CARRIED.count("carrier") != 0) {
-        GTEST_SKIP() << "not in this build";
-    }
     model.ops.get_operator = [](const ModemModel &, std::span<char> name) {
         EXPECT_EQ(name.size(), 64u);
         EXPECT_EQ(std::string(name.data(), name.size()), std::string(64, '\0'));

@@ -74,13 +74,37 @@ constexpr struct {
 };
 // clang-format on
 
-// Slots whose operation this build does not carry: empty in all rows. An operation that is added leaves this list.
-const std::set<std::string> NOT_CARRIED = {
-    "get_identity", "get_mode",    "get_rssi",       "signal_info", "get_imsi",         "set_mode",
-    "del_sms",      "del_all_sms", "serial_connect", "disconnect",  "get_operator",     "get_register_status",
-    "get_gsn",      "cell_info",   "thermal_ctrl",   "check_cat6",  "check_register",   "check_simcard",
-    "set_apn",      "set_ath",     "get_qccid",      "get_band",    "get_current_mode",
+// Operations that this build does not carry, in the same columns: slots that are empty although the model supports them.
+// An operation that is added leaves this list. Only slots with such models are listed.
+// clang-format off
+constexpr struct {
+    const char *slot;
+    const char *models;
+} NOT_CARRIED[] = {
+    //                      EEEUMSMEBEENU
+    //                      CCPCC EC GC Lk
+    {"get_mode",            "-----------*-"},
+    {"get_rssi",            "----*--------"},
+    {"serial_connect",      "*************"},
+    {"disconnect",          "*************"},
+    {"signal_info",         "-----------*-"},
+    {"cell_info",           "----*------*-"},
+    {"thermal_ctrl",        "***----****--"},
+    {"check_register",      "----*------*-"},
+    {"check_simcard",       "----*--------"},
+    {"set_apn",             "****---*****-"},
+    {"set_ath",             "****---*-----"},
 };
+// clang-format on
+
+bool is_carried(const char *slot, size_t row) {
+    for (const auto &missing : NOT_CARRIED) {
+        if (strcmp(missing.slot, slot) == 0) {
+            return missing.models[row] != '*';
+        }
+    }
+    return true;
+}
 
 using Slots = std::array<void (*)(), MODEM_OPERATION_COUNT>;
 
@@ -137,7 +161,7 @@ TEST(ModelTable, every_row_supports_what_it_is_said_to_support) {
     for (const ModemModel *model = modem_head; model != nullptr; model = model->next, row++) {
         const Slots slots = slots_of(*model);
         for (size_t i = 0; i < slots.size(); i++) {
-            const bool supported = SLOTS[i].models[row] == '*' && NOT_CARRIED.count(SLOTS[i].slot) == 0;
+            const bool supported = SLOTS[i].models[row] == '*' && is_carried(SLOTS[i].slot, row);
             EXPECT_EQ(slots[i] != nullptr, supported) << model->name << " " << SLOTS[i].slot;
         }
     }

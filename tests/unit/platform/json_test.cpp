@@ -268,4 +268,14 @@ TEST(JsonGetters, find_nothing_in_what_is_no_object) {
     }
 }
 
+TEST(JsonArray, an_item_that_cannot_be_appended_is_released) {
+    const Json array(json_object_new_array());
+    vjson_array_add_object(array.get(), json_object_new_object());
+    EXPECT_EQ(plain_json(array.get()), "[{}]");
+    vjson_array_add_object(nullptr, json_object_new_object());
+    const Json other = object();
+    vjson_array_add_object(other.get(), json_object_new_object());
+    EXPECT_EQ(plain_json(other.get()), "{}");
+}
+
 } // namespace

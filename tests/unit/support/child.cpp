@@ -53,7 +53,17 @@ bool leave(int kinds) {
 
 // Mounts made after this stay within this process and those it starts.
 bool enter_private_mounts() {
-    return leave(CLONE_NEWNS) && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    constexpr const char *SCRATCH = "/mnt";
+    if (!leave(CLONE_NEWNS)) {
+        return false;
+    }
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {
+        return true;
+    }
+    // In a chroot the root is a plain directory, which cannot be made private; a mount of it can.
+    return mount("/", SCRATCH, nullptr, MS_BIND | MS_REC, nullptr) == 0 &&
+           mount("none", SCRATCH, nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && chroot(SCRATCH) == 0 &&
+           chdir("/") == 0;
 }
 
 void judge(int status) {

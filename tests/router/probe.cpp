@@ -1,0 +1,115 @@
+// Calls one operation of the program that no command and no endpoint reaches by itself, and prints what it returns. It
+// runs in the simulated router like the shipped programs, and is never installed.
+//
+//   probe detect BUS               detection with full detail
+//   probe status BUS               the status block of the modem on the bus
+//   probe link INTERFACE           the link's status;  probe passthrough-link INTERFACE
+//   probe device DEVICE            address, gateway and traffic of a network device
+//   probe iface INTERFACE SECONDS  the interface's state
+//   probe reload SECONDS           netifd's reload
+//   probe disabled BUS             whether the interface is disabled
+//   probe rssi BUS                 level by AT+CSQ
+//   probe band BUS OPTION          LTE band of the serving cell
+//   probe set-mode TTY MODE        restricts a Quectel modem;  probe current-mode BUS;  probe bands BUS
+//   probe register TTY             registration by tty number
+//   probe reset PORT COMMAND       sends a reset command
+//
+// Output: the JSON object where there is one, then "result N".
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "connection/interface_control.h"
+#include "modem/detection.h"
+#include "modem/modem_core/mode_band.h"
+#include "modem/modem_core/registration.h"
+#include "modem/modem_core/signal.h"
+#include "modem/modem_core/status_report.h"
+#include "platform/owners.h"
+#include "router/passthrough.h"
+
+namespace {
+
+struct Call {
+    std::vector<std::string> arguments;
+    json_object *reply;
+
+    const char *text(size_t index) const { return arguments.at(index).c_str(); }
+    int number(size_t index) const { return atoi(text(index)); }
+    ModemModel modem() const {
+        const Json ignored(json_object_new_object());
+        ModemModel model;
+        detect_modem(&model, ignored.get(), text(0), 0);
+        return model;
+    }
+};
+
+int detect(const Call &call) {
+    ModemModel model;
+    return detect_modem(&model, call.reply, call.text(0), 1)->modem_id;
+}
+
+int rssi(const Call &call) {
+    int32_t level = -1;
+    const int result = modem_get_rssi(call.modem(), &level);
+    json_object_object_add(call.reply, "level", json_object_new_int(level));
+    return result;
+}
+
+int band(const Call &call) {
+    const ModemModel model = call.modem();
+    return modem_get_current_band(model.bus, model.control_port, call.text(1));
+}
+
+int current_mode(const Call &call) {
+    char mode[32] = {};
+    const int result = modem_get_current_mode(call.modem(), mode);
+    json_object_object_add(call.reply, "mode", json_object_new_string(mode));
+    return result;
+}
+
+struct Operation {
+    const char *name;
+    size_t arguments;
+    int (*run)(const Call &call);
+};
+
+// One row a line.
+// clang-format off
+constexpr Operation OPERATIONS[] = {
+    {"detect", 1, detect},
+    {"status", 1, [](const Call &call) { return modem_read_status(call.reply, call.modem()); }},
+    {"link", 1, [](const Call &call) { return ubus_read_ifstatus(call.reply, call.text(0), 5); }},
+    {"passthrough-link", 1,
+     [](const Call &call) { return passthrough_ubus_read_ifstatus(call.reply, call.text(0), 5); }},
+    {"device", 1, [](const Call &call) { return read_iface_info(call.reply, call.text(0)); }},
+    {"iface", 2, [](const Call &call) { return iface_status(call.text(0), call.number(1)); }},
+    {"reload", 1, [](const Call &call) { return ubus_network_reload(call.number(0)); }},
+    {"disabled", 1, [](const Call &call) { return get_modem_network_status(call.text(0)); }},
+    {"rssi", 1, rssi},
+    {"band", 2, band},
+    {"set-mode", 2, [](const Call &call) { return modem_set_mode(call.number(0), call.number(1)); }},
+    {"current-mode", 1, current_mode},
+    {"bands", 1, [](const Call &call) { return modem_get_band(call.modem(), call.reply); }},
+    {"register", 1, [](const Call &call) { return modem_get_register_status(call.number(0)); }},
+    {"reset", 2, [](const Call &call) { return soft_reset_mode(call.text(0), call.text(1)); }},
+};
+// clang-format on
+
+} // namespace
+
+int main(int argc, char **argv) {
+    for (const Operation &operation : OPERATIONS) {
+        if (argc >= 2 && strcmp(argv[1], operation.name) == 0 && argc - 2 == static_cast<int>(operation.arguments)) {
+            const Json reply(json_object_new_object());
+            const int result = operation.run({{argv + 2, argv + argc}, reply.get()});
+            puts(json_object_to_json_string_ext(reply.get(), JSON_C_TO_STRING_PRETTY));
+            printf("result %d\n", result);
+            return 0;
+        }
+    }
+    fputs("Usage: probe OPERATION ARGUMENT...\n", stderr);
+    return 2;
+}

@@ -1,0 +1,252 @@
+"""Received messages: from hostile spools, and from a modem by way of the real SMS daemon, through the plug-in."""
+
+import os
+import shutil
+import signal
+from pathlib import Path
+
+import pytest
+from sms_pdu import UCS2, deliver
+from velasim import Router
+
+REPLIES = Path(__file__).resolve().parents[1] / "replies" / "smstools3-spool"
+INCOMING = "/etc/spool/sms/incoming"
+STORAGE = "/etc/spool/sms/storage"
+EC25 = {"modem_id": 3}
+LONGEST_BODY = 2047
+
+
+def listed(r: Router) -> list[dict]:
+    status, reply = r.api("get", "/modem/sms/list", EC25)
+    assert status == 0 and list(reply) == ["messages"]
+    return sorted(reply["messages"], key=lambda message: message["name"])
+
+
+def only_listed(r: Router) -> dict:
+    [message] = listed(r)
+    return message
+
+
+def recorded(name: str) -> bytes:
+    """A recorded file of the spool without the header of the collection."""
+    return (REPLIES / f"{name}.txt").read_bytes().split(b"\n---\n", 1)[1]
+
+
+# What is in the spool
+
+
+def test_unread_and_read_messages_of_a_recorded_spool(router):
+    r = router("ec25")
+    r.write(f"{INCOMING}/VMS99.1vW2N4", recorded("incoming--iso-international-length50"))
+    r.write(f"{STORAGE}/VMS99.H00yfm", recorded("incoming--utf8-international-length-mismatch"))
+    r.write(f"{INCOMING}/VMS98.aaaaaa", recorded("incoming--imei-header-report-yes"))
+    assert r.api("get", "/modem/sms/list", EC25) == (0, {"messages": [
+        {"from": "90000000017\n", "type": "international", "time": "26-10-01 12:34:56\n",
+         "body": "This body is made up and has exactly fifty letters\n", "status": "unread", "name": "VMS99.1vW2N4"},
+        {"from": "900000000017\n", "type": "international", "time": "16-05-06 14:50:00\n",
+         "body": "Wiadomosc dla Morfitronik\n", "status": "read", "name": "VMS99.H00yfm"}]})
+    assert r.events == []
+
+
+def test_directories_that_are_missing(router):
+    r = router("ec25")
+    r.remove(STORAGE)
+    assert listed(r) == []
+    r.write(f"{INCOMING}/VMS99.a", "\n")
+    assert r.api("post", "/modem/sms/delete_all", EC25) == (-259, {})
+    assert [message["name"] for message in listed(r)] == ["VMS99.a"]
+    r.remove(INCOMING)
+    assert listed(r) == []
+    assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": "VMS99.a"}) == (-259, {})
+    assert r.commands == []
+
+
+def test_requests_that_name_no_modem_or_no_message(router):
+    r = router("ec25")
+    for method, path in (("get", "list"), ("post", "delete"), ("post", "delete_all")):
+        assert r.api(method, f"/modem/sms/{path}", {}) == (-251, {})
+        assert r.api(method, f"/modem/sms/{path}", {"modem_id": -1}) == (-251, {})
+        assert r.api(method, f"/modem/sms/{path}", {"modem_id": 2, "msg_id": "VMS99.a"}) == (-250, {})
+    assert r.api("post", "/modem/sms/delete", {"modem_id": 2}) == (-258, {})
+
+
+def test_delete_one_and_all(router):
+    r = router("ec25")
+    for path in (f"{INCOMING}/VMS99.a", f"{INCOMING}/VMS99.b", f"{INCOMING}/VMS98.c", f"{STORAGE}/VMS99.d"):
+        r.write(path, "\n")
+    assert r.api("post", "/modem/sms/delete", {"modem_id": 40, "msg_id": "VMS99.a"}) == (0, {})
+    assert r.api("post", "/modem/sms/delete", {"modem_id": 40, "msg_id": "VMS99.a"}) == (-259, {})
+    assert r.listdir(INCOMING) == ["VMS98.c", "VMS99.b"] and r.commands == []
+    assert r.api("post", "/modem/sms/delete_all", {"modem_id": 40}) == (0, {})
+    assert r.listdir(INCOMING) == [] and r.listdir(STORAGE) == []
+    assert r.commands == ["rm /etc/spool/sms/incoming/*", "rm /etc/spool/sms/storage/*"]
+
+
+# Hostile spools
+
+
+@pytest.mark.parametrize("content, expected", [
+    (b"", {"body": ""}),
+    (b"\n", {"body": ""}),
+    (b"no header, no line end", {"body": ""}),
+    (b"\nno header", {"body": "no header"}),
+    (b"From: 17\nno body\n", {"from": "17\n", "body": ""}),
+    (b"From: 17", {"from": "17", "body": ""}),
+    (b"From: 17\r\n\r\nno empty line", {"from": "17\r\n", "body": ""}),
+    (b"From: \x001\nSent: \xff\n\n\xe4\x00after", {"from": "", "time": "\ufffd\n", "body": "\ufffd"}),
+    (b"Alphabet: UCS2\n\n\x00a\x00b", {"body": ""}),
+    (b"Alphabet: UCS2\nLength: -2147483649\n\n\x00a\x00b", {"body": ""}),
+    (b"Alphabet: UCS2\nLength: 99999999999999999999\n\n\x04\x04\x05\x05", {"body": "\u0404\u0505"}),
+    (b"Alphabet: UCS2\nLength: 3000\n\n" + b"\x4e" * 4000, {"body": "\u4e4e" * (LONGEST_BODY // 3)}),
+    (b"\n" + b"x" * 10_000_000, {"body": "x" * LONGEST_BODY}),
+    (b"x" * 10_000_000, {"body": ""}),
+    (b"From: 17\n" + b"Subject: x\n" * 900_000 + b"\nlate", {"from": "17\n", "body": "late"}),
+    (b"\x00" * 10_000_000, {"body": ""}),
+], ids=lambda value: repr(value[:24]) if isinstance(value, bytes) else "")
+def test_contents(router, content, expected):
+    r = router("ec25")
+    r.write(f"{INCOMING}/VMS99.a", content)
+    assert only_listed(r) == {**expected, "status": "unread", "name": "VMS99.a"}
+
+
+NAMES = ["VMS99. two  blanks ", "VMS99.'quote", 'VMS99."quotes"', "VMS99.$(reboot)`reboot`", "VMS99.line\nfeed",
+         "VMS99.*", "VMS99.\\", "VMS99.\u00e4", "-VMS99.", ".VMS99.hidden"]
+
+
+def test_names(router):
+    r = router("ec25")
+    for name in NAMES:
+        r.write(f"{INCOMING}/{name}", f"\n{name}")
+    r.write(f"{INCOMING}/VMS99.stays", "\n")
+    assert [(m["name"], m["body"]) for m in listed(r) if m["body"]] == [(name, name) for name in sorted(NAMES)]
+    for name in NAMES:
+        assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": name}) == (0, {})
+    assert r.listdir(INCOMING) == ["VMS99.stays"] and r.events == []
+
+
+def test_a_name_that_is_no_utf8_comes_as_valid_json(router):
+    r = router("ec25")
+    r.write(f"{INCOMING}/VMS99.\udcff", "\n")
+    assert only_listed(r)["name"] == "VMS99.\ufffd"
+
+
+def test_a_path_that_does_not_fit_ends_the_process(router):
+    r = router("ec25")
+    fits = "VMS99." + "x" * (99 - len(f"{INCOMING}/VMS99."))
+    r.write(f"{INCOMING}/{fits}", "\n")
+    assert only_listed(r)["name"] == fits
+    r.write(f"{INCOMING}/{fits}x", "\n")
+    assert r.run("vela_api", "get", "/modem/sms/list", '{"modem_id":3}').returncode == -signal.SIGABRT
+
+
+def test_only_messages_are_deleted(router):
+    r = router("ec25", files={"/etc/spool/sms/keep": "", "/etc/keep": ""})
+    os.mkdir(r.host_path(f"{INCOMING}/VMS99.directory"))
+    for name in ("", ".", "..", "../keep", "../../../keep", "/etc/keep", "VMS99.directory", "../incoming"):
+        assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": name}) == (-259, {})
+    assert r.exists("/etc/keep") and r.exists("/etc/spool/sms/keep") and r.exists(f"{INCOMING}/VMS99.directory")
+
+
+def test_what_is_no_file_is_left_out_and_not_waited_for(router):
+    r = router("ec25")
+    r.write(f"{INCOMING}/VMS99.file", "\n")
+    r.write("/etc/spool/elsewhere", "\n")
+    inside = r.host_path(INCOMING)
+    os.mkdir(inside / "VMS99.directory")
+    os.mkfifo(inside / "VMS99.pipe")
+    os.symlink("/nonexistent", inside / "VMS99.dangling")
+    os.symlink("VMS99.loop", inside / "VMS99.loop")
+    os.symlink("/etc/spool/elsewhere", inside / "VMS99.link")
+    assert [message["name"] for message in listed(r)] == ["VMS99.file", "VMS99.link"]
+
+
+def test_a_file_that_may_not_be_read_is_left_out(router):
+    r = router("ec25")
+    for name in ("VMS99.open", "VMS99.closed"):
+        r.write(f"{INCOMING}/{name}", "\n")
+    r.host_path(f"{INCOMING}/VMS99.closed").chmod(0)
+    result = r.run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                   "vela_api", "get", "/modem/sms/list", '{"modem_id":3}')
+    assert "VMS99.open" in result.stdout and "VMS99.closed" not in result.stdout and "status 0" in result.stderr
+
+
+CHURN = f"""
+import os
+round = 0
+while True:
+    name = "{INCOMING}/VMS99.%d" % (round % 50)
+    if os.path.exists(name):
+        os.unlink(name)
+    else:
+        open(name, "w").write("From: 17\\n\\nbody")
+    round += 7
+    if round == 7 * 50:
+        print("all made", flush=True)
+"""
+
+
+def test_files_that_come_and_go_while_they_are_listed(router):
+    r = router("ec25")
+    r.write(f"{INCOMING}/VMS99.stays", "\nbody")
+    churn = r.start("/usr/bin/python3", "-S", "-c", CHURN)
+    assert churn.stdout.readline() == b"all made\n"
+    for _ in range(20):
+        messages = listed(r)
+        assert "VMS99.stays" in [message["name"] for message in messages]
+        assert all(message["body"] in ("body", "") for message in messages)
+    churn.kill()
+
+
+# The real daemon
+
+DAEMON = """
+devices = VMS99, VMS98
+outgoing = /etc/spool/sms/outgoing
+checked = /etc/spool/sms/checked
+incoming = /etc/spool/sms/incoming
+logfile = /tmp/smsd.log
+infofile = /run/smsd.working
+pidfile = /run/smsd.pid
+delaytime = 1
+
+[VMS99]
+device = {first}
+incoming = yes
+
+[VMS98]
+device = {second}
+incoming = yes
+"""
+
+
+def test_messages_received_by_smstools3(router):
+    assert shutil.which("smsd", path="/usr/sbin:/usr/bin"), "this test needs Debian's package smstools"
+    r = router(modems={"1-1.2": "ec25", "1-1.3": "ec20"})
+    first, second = r.modem("1-1.2"), r.modem("1-1.3")
+    r.write("/etc/smsd.conf", DAEMON.format(first=first.tty(3), second=second.tty(3)))
+    # The daemon writes UCS-2 in network order, the program reads it in the order that the C library means by "UCS2".
+    # Characters of two equal bytes are the same in both.
+    wide = "\u0404\u0505\u4e4e\u5959"
+    first.receive_sms(deliver("+900000000017", "261001123456", "Hello from GSM 7 bit, 17 times"))
+    first.receive_sms(deliver("0900000018", "261001123457", wide, UCS2))
+    second.receive_sms(deliver("+900000000019", "261001123458", "for the other modem"))
+
+    daemon = r.start("/usr/sbin/smsd", "-t", "-c/etc/smsd.conf")
+    # A message is deleted from the modem once its file is complete.
+    r.wait_for(lambda: "AT+CMGD=2" in first.commands and "AT+CMGD=1" in second.commands,
+               "the daemon to take the messages from the modems", 120.0)
+    daemon.terminate()
+    daemon.wait(60)
+    r.wait_idle()
+
+    names = [name for name in r.listdir(INCOMING) if name.startswith("VMS")]
+    assert [name[:6] for name in names] == ["VMS98.", "VMS99.", "VMS99."]
+    messages = sorted(listed(r), key=lambda message: message["time"])
+    assert sorted(message.pop("name") for message in messages) == names[1:]
+    assert messages == [
+        {"from": "900000000017\n", "type": "international", "time": "26-10-01 12:34:56\n",
+         "body": "Hello from GSM 7 bit, 17 times", "status": "unread"},
+        {"from": "0900000018\n", "type": "national", "time": "26-10-01 12:34:57\n", "body": wide, "status": "unread"}]
+
+    assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": names[1]}) == (0, {})
+    assert only_listed(r)["name"] == names[2]
