@@ -27,12 +27,6 @@ Ubus ubus_open();
 // Whether netifd can be asked for an interface of this name: it has at most 45 characters.
 bool ubus_interface_name_fits(const char *interface_name);
 
-// A time in seconds as libubus takes it, in milliseconds, held to what its type can say.
-int ubus_timeout_ms(int32_t seconds);
-
-// Whether netifd can be asked for an interface of this name: it has at most 45 characters.
-bool ubus_interface_name_fits(const char *interface_name);
-
 // A time-out in seconds as libubus takes it, in milliseconds, held to what its type can say.
 int ubus_timeout_ms(int32_t seconds);
 
