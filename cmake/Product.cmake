@@ -15,6 +15,7 @@ add_library(vela_core STATIC
     modem/at_query.cpp
     modem/at_reply.cpp
     modem/bus_name.cpp
+    modem/configured_modems.cpp
     modem/debug.cpp
     modem/detection.cpp
     modem/discovery.cpp

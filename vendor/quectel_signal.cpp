@@ -187,14 +187,7 @@ int read_signals(const SignalReader &reader, const char *reply, json_object *sig
 int32_t grade(json_object *signal, const QuectelQuantity &quantity) {
     const char *text = vjson_get_string(signal, quantity.key);
     const int32_t value = text != nullptr ? quectel_integer(text) : 0;
-    int32_t result = BEST_QUECTEL_GRADE;
-    for (const int32_t least : quantity.limits) {
-        if (value >= least) {
-            break;
-        }
-        result--;
-    }
-    return result;
+    return signal_grade(quantity.limits, value);
 }
 
 const QuectelTechnology *technology_of(std::string_view type) {

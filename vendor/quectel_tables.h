@@ -3,57 +3,49 @@
 // Grades and words are shown to people and compared by scripts, so each table is exactly what they have always seen.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <span>
 
+#include "modem/signal_grades.h"
+
 // --- Grades ---
 
-constexpr int32_t BEST_QUECTEL_GRADE = 4;
-
-// The least value for each grade from the best to the last but one; anything below the last limit has grade 1.
-using QuectelGradeLimits = std::array<int32_t, BEST_QUECTEL_GRADE - 1>;
-
-//                                                        4     3     2
-inline constexpr QuectelGradeLimits QUECTEL_LTE_RSRP = {-90, -105, -120};
-inline constexpr QuectelGradeLimits QUECTEL_LTE_RSRQ = {-9, -12, -13}; // grade 2 is the one value -13
-inline constexpr QuectelGradeLimits QUECTEL_LTE_SINR = {20, 12, 0};
-inline constexpr QuectelGradeLimits QUECTEL_LTE_RSSI = {-65, -75, -85};
-inline constexpr QuectelGradeLimits QUECTEL_RSSI = {-70, -80, -95}; // 2G and 3G
-inline constexpr QuectelGradeLimits QUECTEL_ECIO = {0, -10, -20};
-inline constexpr QuectelGradeLimits QUECTEL_RSCP = {-60, -70, -85};
+// These two are graded in Quectel's own way; the others as everywhere (modem/signal_grades.h).
+//                                                 4    3    2
+inline constexpr GradeLimits QUECTEL_LTE_SINR = {20, 12, 0};
+inline constexpr GradeLimits QUECTEL_RSCP = {-60, -70, -85};
 
 // A measurement that counts for the level: its key in the signal object and its limits.
 struct QuectelQuantity {
     const char *key;
-    const QuectelGradeLimits &limits;
+    const GradeLimits &limits;
 };
 
 inline constexpr QuectelQuantity QUECTEL_LTE_QUANTITIES[] = {
-    {"rsrp", QUECTEL_LTE_RSRP},
-    {"rsrq", QUECTEL_LTE_RSRQ},
+    {"rsrp", LTE_RSRP},
+    {"rsrq", LTE_RSRQ},
     {"sinr", QUECTEL_LTE_SINR},
-    {"rssi", QUECTEL_LTE_RSSI},
+    {"rssi", LTE_RSSI},
 };
 inline constexpr QuectelQuantity QUECTEL_WCDMA_QUANTITIES[] = {
-    {"rssi", QUECTEL_RSSI},
-    {"ecio", QUECTEL_ECIO},
+    {"rssi", RSSI_2G_3G},
+    {"ecio", ECIO_3G},
     {"rscp", QUECTEL_RSCP},
 };
 inline constexpr QuectelQuantity QUECTEL_EP06_WCDMA_QUANTITIES[] = {
-    {"ecio", QUECTEL_ECIO},
+    {"ecio", ECIO_3G},
     {"rscp", QUECTEL_RSCP},
 };
 inline constexpr QuectelQuantity QUECTEL_CDMA_QUANTITIES[] = {
-    {"rssi", QUECTEL_RSSI},
-    {"ecio", QUECTEL_ECIO},
+    {"rssi", RSSI_2G_3G},
+    {"ecio", ECIO_3G},
 };
 inline constexpr QuectelQuantity QUECTEL_CDMA_EVDO_QUANTITIES[] = {
-    {"rssi0", QUECTEL_RSSI},
-    {"ecio0", QUECTEL_ECIO},
+    {"rssi0", RSSI_2G_3G},
+    {"ecio0", ECIO_3G},
 };
 inline constexpr QuectelQuantity QUECTEL_GSM_QUANTITIES[] = {
-    {"rssi", QUECTEL_RSSI},
+    {"rssi", RSSI_2G_3G},
 };
 
 // A technology by the "type" of its signal object: what counts for its level (the sum of the grades divided by their

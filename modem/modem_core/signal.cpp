@@ -8,6 +8,7 @@
 
 #include "modem/at_query.h"
 #include "modem/at_reply.h"
+#include "modem/signal_grades.h"
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/shell.h"
@@ -15,25 +16,17 @@
 
 namespace {
 
-// The lowest values that score 4, 3 and 2; anything lower scores 1.
-struct Grades {
+// A member of the report that counts for the level.
+struct Quantity {
     const char *key;
-    int32_t four, three, two;
+    const GradeLimits &limits;
 };
 
-constexpr Grades LTE_GRADES[] = {
-    {"rsrp", -90, -105, -120},
-    {"rsrq", -9, -12, -13}, // -13 alone scores 2; the status pages are tuned to it
-    {"snr", 200, 120, 0},
-    {"rssi", -65, -75, -85},
-};
-constexpr Grades THIRD_GENERATION_GRADES[] = {
-    {"rssi", -70, -80, -95},
-    {"ecio", 0, -10, -20},
-};
-constexpr Grades SECOND_GENERATION_GRADES[] = {
-    {"signal", -70, -80, -95},
-};
+constexpr GradeLimits LTE_SNR = {200, 120, 0}; // tenths of a dB
+
+constexpr Quantity LTE_QUANTITIES[] = {{"rsrp", LTE_RSRP}, {"rsrq", LTE_RSRQ}, {"snr", LTE_SNR}, {"rssi", LTE_RSSI}};
+constexpr Quantity THIRD_GENERATION_QUANTITIES[] = {{"rssi", RSSI_2G_3G}, {"ecio", ECIO_3G}};
+constexpr Quantity SECOND_GENERATION_QUANTITIES[] = {{"signal", RSSI_2G_3G}};
 
 // A member of the report and the key it is shown under.
 struct Measurement {
@@ -51,18 +44,18 @@ struct Technology {
     const char *type;
     const char *shown_as;
     int generation;
-    std::span<const Grades> grades;
+    std::span<const Quantity> quantities;
     std::span<const Measurement> measurements;
 };
 
 // In the order in which types are compared.
 constexpr Technology TECHNOLOGIES[] = {
-    {"lte", "LTE", 4, LTE_GRADES, LTE_MEASUREMENTS},
-    {"wcdma", "WCDMA", 3, THIRD_GENERATION_GRADES, ECIO_MEASUREMENTS},
-    {"hdr", "HDR", 3, THIRD_GENERATION_GRADES, ECIO_MEASUREMENTS},
-    {"cdma", "CDMA", 2, THIRD_GENERATION_GRADES, ECIO_MEASUREMENTS},
-    {"gsm", "GSM", 2, SECOND_GENERATION_GRADES, GSM_MEASUREMENTS},
-    {"tdma", "TDMA", 2, SECOND_GENERATION_GRADES, TDMA_MEASUREMENTS},
+    {"lte", "LTE", 4, LTE_QUANTITIES, LTE_MEASUREMENTS},
+    {"wcdma", "WCDMA", 3, THIRD_GENERATION_QUANTITIES, ECIO_MEASUREMENTS},
+    {"hdr", "HDR", 3, THIRD_GENERATION_QUANTITIES, ECIO_MEASUREMENTS},
+    {"cdma", "CDMA", 2, THIRD_GENERATION_QUANTITIES, ECIO_MEASUREMENTS},
+    {"gsm", "GSM", 2, SECOND_GENERATION_QUANTITIES, GSM_MEASUREMENTS},
+    {"tdma", "TDMA", 2, SECOND_GENERATION_QUANTITIES, TDMA_MEASUREMENTS},
 };
 
 const Technology *technology_of(json_object *report) {
@@ -76,16 +69,6 @@ const Technology *technology_of(json_object *report) {
         }
     }
     return nullptr;
-}
-
-int32_t score(const Grades &grades, int32_t value) {
-    if (value >= grades.four) {
-        return 4;
-    }
-    if (value >= grades.three) {
-        return 3;
-    }
-    return value >= grades.two ? 2 : 1;
 }
 
 // The ranges of the CSQ value that make a level; all other values are level 0.
@@ -126,10 +109,10 @@ int read_qmi_signal(json_object *report, int32_t *level) {
         return -1;
     }
     int32_t sum = 0;
-    for (const Grades &grades : technology->grades) {
-        sum += score(grades, vjson_get_int(report, grades.key));
+    for (const Quantity &quantity : technology->quantities) {
+        sum += signal_grade(quantity.limits, vjson_get_int(report, quantity.key));
     }
-    *level = sum / static_cast<int32_t>(technology->grades.size());
+    *level = sum / static_cast<int32_t>(technology->quantities.size());
     return technology->generation;
 }
 
