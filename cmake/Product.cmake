@@ -50,6 +50,11 @@ add_library(vela_core STATIC
     vendor/quectel_fields.cpp
     vendor/quectel_registration.cpp
     vendor/quectel_signal.cpp
+    vendor/sierra_busy.cpp
+    vendor/sierra_cells.cpp
+    vendor/sierra_registration.cpp
+    vendor/sierra_signal.cpp
+    vendor/sierra_status.cpp
 )
 # The table that both product files export; objects, as a linker takes nothing from an archive that nobody calls.
 add_library(vela_endpoints OBJECT api/endpoints.cpp)

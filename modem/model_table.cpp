@@ -14,6 +14,9 @@
 #include "vendor/quectel_cells.h"
 #include "vendor/quectel_registration.h"
 #include "vendor/quectel_signal.h"
+#include "vendor/sierra_cells.h"
+#include "vendor/sierra_registration.h"
+#include "vendor/sierra_signal.h"
 
 namespace {
 
@@ -77,8 +80,10 @@ constexpr ModemOps ZTE_SET = changed(GENERIC_SET, [](ModemOps &ops) {
 
 // Signal, cells, registration and SIM are read from a dialect of its own.
 constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
-    ops.get_rssi = nullptr;
-    ops.check_simcard = nullptr;
+    ops.get_rssi = sierra_get_signal;
+    ops.cell_info = sierra_cell_info;
+    ops.check_register = sierra_check_register;
+    ops.check_simcard = sierra_check_simcard;
 });
 
 // Mode, signal, cells and registration are read from a dialect of its own, and the mode cannot be set.

@@ -9,6 +9,8 @@
 //   probe reload SECONDS           netifd's reload
 //   probe disabled BUS             whether the interface is disabled
 //   probe rssi BUS                 level by AT+CSQ
+//   probe slot-rssi BUS            level by the model's own operation;  probe slot-simcard BUS
+//   probe cat6 BUS                 carrier aggregation of a Sierra Wireless modem
 //   probe band BUS OPTION          LTE band of the serving cell
 //   probe set-mode TTY MODE        restricts a Quectel modem;  probe current-mode BUS;  probe bands BUS
 //   probe register TTY             registration by tty number
@@ -18,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,6 +32,7 @@
 #include "modem/modem_core/status_report.h"
 #include "platform/owners.h"
 #include "router/passthrough.h"
+#include "vendor/sierra_registration.h"
 
 namespace {
 
@@ -51,10 +55,27 @@ int detect(const Call &call) {
     return detect_modem(&model, call.reply, call.text(0), 1)->modem_id;
 }
 
-int rssi(const Call &call) {
+int level_by(int (*read)(const ModemModel &model, int32_t *level), const ModemModel &model, json_object *reply) {
     int32_t level = -1;
-    const int result = modem_get_rssi(call.modem(), &level);
-    json_object_object_add(call.reply, "level", json_object_new_int(level));
+    const int result = read(model, &level);
+    json_object_object_add(reply, "level", json_object_new_int(level));
+    return result;
+}
+
+int rssi(const Call &call) {
+    return level_by(modem_get_rssi, call.modem(), call.reply);
+}
+
+int slot_rssi(const Call &call) {
+    const ModemModel model = call.modem();
+    return level_by(model.ops.get_rssi, model, call.reply);
+}
+
+int slot_simcard(const Call &call) {
+    const ModemModel model = call.modem();
+    char text[32] = "untouched";
+    const int result = model.ops.check_simcard(model, std::span(text));
+    json_object_object_add(call.reply, "text", json_object_new_string(text));
     return result;
 }
 
@@ -89,6 +110,9 @@ constexpr Operation OPERATIONS[] = {
     {"reload", 1, [](const Call &call) { return ubus_network_reload(call.number(0)); }},
     {"disabled", 1, [](const Call &call) { return get_modem_network_status(call.text(0)); }},
     {"rssi", 1, rssi},
+    {"slot-rssi", 1, slot_rssi},
+    {"slot-simcard", 1, slot_simcard},
+    {"cat6", 1, [](const Call &call) { return sierra_check_cat6(call.modem()); }},
     {"band", 2, band},
     {"set-mode", 2, [](const Call &call) { return modem_set_mode(call.number(0), call.number(1)); }},
     {"current-mode", 1, current_mode},

@@ -1,14 +1,16 @@
-"""What the tests of the product share: the models' rows, the usage texts, a locked port, system calls traced."""
+"""What the tests of the product share: the models' rows, the usage texts, a locked port, the system log, system calls
+traced."""
 
 import contextlib
 import fcntl
 import json
 import os
 import re
+import socket
 import sys
 import termios
 from dataclasses import dataclass
-from typing import Iterator
+from typing import Callable, Iterator
 
 from velasim import Router
 from velasim.router import Process, Result
@@ -117,6 +119,35 @@ def locked(r: Router, device: str = AT_PORT) -> Iterator[None]:
     with opened(r, device) as fd:
         fcntl.flock(fd, fcntl.LOCK_EX)
         yield
+
+
+@contextlib.contextmanager
+def system_log(r: Router) -> Iterator[Callable[[], list[tuple[int, str]]]]:
+    """The router's system log, within the block: a function that gives the messages of all programs so far, each its
+    priority (syslog.LOG_DEBUG, without the facility) and its text, with the line end if it was written with one.
+
+    A router without the block has none, and messages are lost. The kernel keeps about ten messages: the program that
+    writes one more waits until the function has been called.
+    """
+    lines: list[tuple[int, str]] = []
+
+    def messages() -> list[tuple[int, str]]:
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                line = log.recv(65536).decode("utf-8", "surrogateescape")
+                # Priority and time as RFC 3164 has them, the program's name, perhaps its process id.
+                match = re.fullmatch(r"<(\d+)>\w{3} [ \d]\d [\d:]{8} [^:\[]+(?:\[\d+\])?: (.*)", line, re.DOTALL)
+                assert match is not None, line
+                lines.append((int(match[1]) & 7, match[2]))
+        return lines
+
+    path = r.host_path("/dev/log")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK) as log:
+        log.bind(str(path))
+        try:
+            yield messages
+        finally:
+            path.unlink()
 
 
 TRACE = "/tmp/trace"

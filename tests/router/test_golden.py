@@ -60,7 +60,6 @@ PENDING = [
 ]
 # The same of single models.
 PENDING_OF = {
-    "mc7430": [["cells"], ["check_register"]],
     "nl678e": [["signal"], ["cells"], ["check_register"], ["get_mode"]],
 }
 

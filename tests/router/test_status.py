@@ -271,7 +271,7 @@ def test_these_models_are_asked_while_they_are_disabled(router, name):
     assert status(r) == {"up": "off", "SIM_status": -1}
 
 
-@pytest.mark.parametrize("name", sorted({*MODELS} - {"bg95", "ec100y", "mc7430"}))
+@pytest.mark.parametrize("name", sorted({*MODELS} - {"bg95", "ec100y"}))
 def test_all_others_are_asked_always(router, name):
     r = router(name, ubus=False, uci=interface(proto="qmi"))
     r.modem().reply("AT+CPIN?", NO_SIM)

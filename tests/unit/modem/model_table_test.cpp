@@ -84,14 +84,12 @@ constexpr struct {
     //                      EEEUMSMEBEENU
     //                      CCPCC EC GC Lk
     {"get_mode",            "-----------*-"},
-    {"get_rssi",            "----*--------"},
     {"serial_connect",      "*************"},
     {"disconnect",          "*************"},
     {"signal_info",         "-----------*-"},
-    {"cell_info",           "----*------*-"},
+    {"cell_info",           "-----------*-"},
     {"thermal_ctrl",        "***----****--"},
-    {"check_register",      "----*------*-"},
-    {"check_simcard",       "----*--------"},
+    {"check_register",      "-----------*-"},
     {"set_apn",             "****---*****-"},
     {"set_ath",             "****---*-----"},
 };

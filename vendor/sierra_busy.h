@@ -1,0 +1,9 @@
+// Whether a Sierra Wireless modem must not be asked just now: its network interface is coming up, and the port, which
+// serves commands and data, is wanted for that.
+#pragma once
+
+#include "modem/model.h"
+
+// True while netifd says that the interface of the model's copy is pending; `message` then goes to the system log at
+// debug priority, as it is. Waits up to 100 seconds for netifd; where that does not answer, the modem is not busy.
+bool sierra_is_busy(const ModemModel &model, const char *message);
