@@ -14,6 +14,9 @@
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/text.h"
+#include "router/mcu.h"
+#include "router/wifi_channel.h"
+#include "router/wifi_interference.h"
 
 namespace {
 
@@ -165,6 +168,22 @@ int run_get_mode(const CommandContext &context) {
     return EXIT_SUCCESS;
 }
 
+// What the microcontroller would be told, a fault included.
+int run_test(const CommandContext &context) {
+    const Json status(json_object_new_object());
+    modem_mcu_interface(context.model.bus, status.get());
+    print_json(status.get());
+    return EXIT_SUCCESS;
+}
+
+// A channel that the user chose stays: it is the web interface that hints at a better one.
+int run_wifi_lte_interference(const CommandContext & /*context*/) {
+    if (get_current_wifi24g_channel() == AUTOMATIC_CHANNEL) {
+        handle_wifi_channel_auto_interference();
+    }
+    return EXIT_SUCCESS;
+}
+
 int run_convert(const CommandContext &context) {
     return convert_file(context.arguments);
 }
@@ -183,11 +202,11 @@ constexpr Command COMMANDS[] = {
     {"iccid", run_iccid},
     {"thermal", run_thermal},
     {"carrier", run_carrier},
-    {"test", nullptr},
+    {"test", run_test},
     {"convert", run_convert},
     {"check_register", run_check_register},
     {"get_mode", run_get_mode},
-    {"wifi_lte_interference", nullptr},
+    {"wifi_lte_interference", run_wifi_lte_interference},
 };
 // clang-format on
 

@@ -41,7 +41,10 @@ add_library(vela_core STATIC
     platform/ucs2.cpp
     platform/utf8.cpp
     platform/wifi.cpp
+    router/mcu.cpp
     router/passthrough.cpp
+    router/wifi_channel.cpp
+    router/wifi_interference.cpp
     sms/sms_endpoints.cpp
     sms/sms_message.cpp
     sms/sms_store.cpp

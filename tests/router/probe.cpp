@@ -15,6 +15,10 @@
 //   probe set-mode TTY MODE        restricts a Quectel modem;  probe current-mode BUS;  probe bands BUS
 //   probe register TTY             registration by tty number
 //   probe reset PORT COMMAND       sends a reset command
+//   probe wifi-channel             the configured Wi-Fi channel;  probe wifi-auto-channel;  probe wifi-set CHANNEL
+//   probe wifi-hint BAND BAND BAND the channel that would be better for these bands
+//   probe wifi-move                moves the automatic channel off the modems' bands
+//   probe mcu BUS                  what the microcontroller is told
 //
 // Output: the JSON object where there is one, then "result N".
 #include <cstdio>
@@ -31,7 +35,10 @@
 #include "modem/modem_core/signal.h"
 #include "modem/modem_core/status_report.h"
 #include "platform/owners.h"
+#include "router/mcu.h"
 #include "router/passthrough.h"
+#include "router/wifi_channel.h"
+#include "router/wifi_interference.h"
 #include "vendor/sierra_registration.h"
 
 namespace {
@@ -119,6 +126,15 @@ constexpr Operation OPERATIONS[] = {
     {"bands", 1, [](const Call &call) { return modem_get_band(call.modem(), call.reply); }},
     {"register", 1, [](const Call &call) { return modem_get_register_status(call.number(0)); }},
     {"reset", 2, [](const Call &call) { return soft_reset_mode(call.text(0), call.text(1)); }},
+    {"wifi-channel", 0, [](const Call &) { return get_current_wifi24g_channel(); }},
+    {"wifi-auto-channel", 0, [](const Call &) { return get_auto_wifi24g_channel(); }},
+    {"wifi-set", 1, [](const Call &call) { return set_auto_wifi_channel(call.number(0)), 0; }},
+    {"wifi-hint", 3,
+     [](const Call &call) {
+         return handle_wifi_channel_fixed_interference(call.number(0), call.number(1), call.number(2));
+     }},
+    {"wifi-move", 0, [](const Call &) { return handle_wifi_channel_auto_interference(), 0; }},
+    {"mcu", 1, [](const Call &call) { return modem_mcu_interface(call.text(0), call.reply); }},
 };
 // clang-format on
 
