@@ -49,6 +49,11 @@ add_library(vela_core STATIC
     sms/sms_message.cpp
     sms/sms_store.cpp
     vendor/apn_database.cpp
+    vendor/fibocom_cells.cpp
+    vendor/fibocom_data_context.cpp
+    vendor/fibocom_fields.cpp
+    vendor/fibocom_registration.cpp
+    vendor/fibocom_signal.cpp
     vendor/quectel_cells.cpp
     vendor/quectel_fields.cpp
     vendor/quectel_registration.cpp

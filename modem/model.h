@@ -27,7 +27,8 @@ struct ModemOps {
     int (*get_mode)(const ModemModel &model, std::span<char> mode) = nullptr;
     // Signal level 0 to 4 into `level`; returns the generation, or 1 where the reading does not tell it.
     int (*get_rssi)(const ModemModel &model, int32_t *level) = nullptr;
-    // Measurements, one object each, into `signals`, and the level; returns the generation 2, 3 or 4.
+    // Measurements, one object each, into `signals`, and the level; returns the generation 2, 3 or 4, or 0 where the
+    // reading does not tell it.
     int (*signal_info)(const ModemModel &model, json_object *signals, int32_t *level) = nullptr;
     // 15 digits, not terminated.
     int (*get_imsi)(const ModemModel &model, std::span<char> imsi) = nullptr;

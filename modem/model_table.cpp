@@ -11,6 +11,10 @@
 #include "modem/modem_core/registration.h"
 #include "modem/modem_core/signal.h"
 #include "sms/sms_store.h"
+#include "vendor/fibocom_cells.h"
+#include "vendor/fibocom_data_context.h"
+#include "vendor/fibocom_registration.h"
+#include "vendor/fibocom_signal.h"
 #include "vendor/quectel_cells.h"
 #include "vendor/quectel_registration.h"
 #include "vendor/quectel_signal.h"
@@ -88,8 +92,12 @@ constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
 
 // Mode, signal, cells and registration are read from a dialect of its own, and the mode cannot be set.
 constexpr ModemOps FIBOCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
-    ops.get_mode = nullptr;
+    ops.get_mode = fibocom_get_mode;
+    ops.signal_info = fibocom_signal_info;
     ops.set_mode = nullptr;
+    ops.cell_info = fibocom_cell_info;
+    ops.check_register = fibocom_check_register;
+    ops.set_apn = fibocom_set_apn;
 });
 
 // A modem that nobody knows is not asked about its SIM: an answer in an unknown dialect would look like a fault.

@@ -15,7 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 HERE = pathlib.Path(__file__).resolve().parent
 RECORDED_REPLIES = HERE.parent / "replies"
 # Fuzzers whose input is much like a modem's reply get the recorded ones as seeds.
-READS_REPLIES = {"at_reply", "generic_replies", "identity", "json_text", "quectel", "sierra"}
+READS_REPLIES = {"at_reply", "fibocom", "generic_replies", "identity", "json_text", "quectel", "sierra"}
 
 
 def run_fuzzer(binary: pathlib.Path, seconds: int) -> tuple[str, bool, str, str]:

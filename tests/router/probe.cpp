@@ -19,6 +19,7 @@
 //   probe wifi-hint BAND BAND BAND the channel that would be better for these bands
 //   probe wifi-move                moves the automatic channel off the modems' bands
 //   probe mcu BUS                  what the microcontroller is told
+//   probe set-apn BUS APN          writes the APN by the operation of the modem's model
 //
 // Output: the JSON object where there is one, then "result N".
 #include <cstdio>
@@ -98,6 +99,11 @@ int current_mode(const Call &call) {
     return result;
 }
 
+int set_apn(const Call &call) {
+    const ModemModel model = call.modem();
+    return model.ops.set_apn(model, call.text(1));
+}
+
 struct Operation {
     const char *name;
     size_t arguments;
@@ -135,6 +141,7 @@ constexpr Operation OPERATIONS[] = {
      }},
     {"wifi-move", 0, [](const Call &) { return handle_wifi_channel_auto_interference(), 0; }},
     {"mcu", 1, [](const Call &call) { return modem_mcu_interface(call.text(0), call.reply); }},
+    {"set-apn", 2, set_apn},
 };
 // clang-format on
 

@@ -60,7 +60,6 @@ PENDING = [
 ]
 # The same of single models.
 PENDING_OF = {
-    "nl678e": [["signal"], ["cells"], ["check_register"], ["get_mode"]],
 }
 
 # What shell commands begin with, of those that run any: they look the carrier up, and ask the radio for its channel.

@@ -83,14 +83,10 @@ constexpr struct {
 } NOT_CARRIED[] = {
     //                      EEEUMSMEBEENU
     //                      CCPCC EC GC Lk
-    {"get_mode",            "-----------*-"},
     {"serial_connect",      "*************"},
     {"disconnect",          "*************"},
-    {"signal_info",         "-----------*-"},
-    {"cell_info",           "-----------*-"},
     {"thermal_ctrl",        "***----****--"},
-    {"check_register",      "-----------*-"},
-    {"set_apn",             "****---*****-"},
+    {"set_apn",             "****---****--"},
     {"set_ath",             "****---*-----"},
 };
 // clang-format on
