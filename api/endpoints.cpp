@@ -5,14 +5,17 @@
 #include <iterator>
 
 #include "api/at_endpoint.h"
+#include "api/brief_info_endpoints.h"
+#include "api/info_endpoint.h"
+#include "api/modem_info_endpoints.h"
 #include "sms/sms_endpoints.h"
 
 namespace {
 
 constexpr ApiEntity ENDPOINTS[] = {
-    {"/modem/info", "get", operation_not_supported},
-    {"/modem/brief_info", "get", operation_not_supported},
-    {"/modem/app/brief_info", "get", operation_not_supported},
+    {"/modem/info", "get", get_modem_info},
+    {"/modem/brief_info", "get", get_modem_brief_info},
+    {"/modem/app/brief_info", "get", get_modem_app_brief_info},
     {"/modem/auto", "post", operation_not_supported},
     {"/modem/get", "get", operation_not_supported},
     {"/modem/set", "post", operation_not_supported},
@@ -25,9 +28,9 @@ constexpr ApiEntity ENDPOINTS[] = {
     {"/modem/sms/send", "post", operation_not_supported},
     {"/modem/sms/status", "post", operation_not_supported},
     {"/modem/sms/code", "post", operation_not_supported},
-    {"/modem/cells/get", "post", operation_not_supported},
+    {"/modem/cells/get", "post", modem_get_cells},
     {"/modem/sim/switch", "post", operation_not_supported},
-    {"/modem/modem_info/get", "post", operation_not_supported},
+    {"/modem/modem_info/get", "post", modem_get_modem_info},
     {"/modem/sms/forward", "post", operation_not_supported},
     {"/modem/sms/flist", "get", operation_not_supported},
     {"/modem/sms/account", "post", operation_not_supported},

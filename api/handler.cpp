@@ -28,3 +28,7 @@ int32_t pick_modem(json_object *request, ModemModel *model) {
     }
     return API_OK;
 }
+
+int32_t pick_modem_on_bus(json_object *request, ModemModel *model) {
+    return vjson_get_string(request, "bus") != nullptr ? pick_modem(request, model) : API_PARAMETER_MISSING;
+}

@@ -13,7 +13,7 @@ using ApiHandler = int32_t (*)(json_object *request, json_object *reply);
 
 constexpr int32_t API_OK = 0;
 constexpr int32_t API_NOT_SUPPORTED = -17;      // by this model or board; or it was tried and failed
-constexpr int32_t API_NO_SUCH_MODEM = -250;     // "modem_id" names no row
+constexpr int32_t API_NO_SUCH_MODEM = -250;     // "modem_id" names no row; or there is no modem
 constexpr int32_t API_PARAMETER_MISSING = -251; // "modem_id", or another required key
 constexpr int32_t API_EXCHANGE_FAILED = -255;   // the AT exchange; or a required key of /modem/at is missing
 
@@ -25,3 +25,7 @@ int32_t pick_row(json_object *request, const ModemModel **row);
 // fields for it. Returns API_OK, API_PARAMETER_MISSING (no "modem_id", or -1) or API_NO_SUCH_MODEM. Aborts where the
 // bus does not fit.
 int32_t pick_modem(json_object *request, ModemModel *model);
+
+// The same for a handler that cannot do without the bus: API_PARAMETER_MISSING also where the request has no "bus", or
+// one that is no text.
+int32_t pick_modem_on_bus(json_object *request, ModemModel *model);

@@ -6,7 +6,10 @@
 
 add_library(vela_core STATIC
     api/at_endpoint.cpp
+    api/brief_info_endpoints.cpp
     api/handler.cpp
+    api/info_endpoint.cpp
+    api/modem_info_endpoints.cpp
     cli/arguments.cpp
     cli/commands.cpp
     cli/convert.cpp

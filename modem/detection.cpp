@@ -33,21 +33,6 @@ void report_port(json_object *report, const char *key, const char *device_direct
     vjson_add_string(report, key, path);
 }
 
-// The modem's own name, or else that of its row.
-void report_name(json_object *report, const ModemModel &model) {
-    char port[REPORTED_PORT_SIZE] = {};
-    char name[IDENTITY_SIZE] = {};
-    modem_search_port(model.bus, model.control_port, port);
-    vjson_add_string(report, "name", modem_get_identity(model.bus, port, name) == 0 ? name : model.name);
-}
-
-void report_imei(json_object *report, const ModemModel &model) {
-    char imei[IMEI_BUFFER_SIZE] = {};
-    if (get_modem_imei(model, imei) == 0) {
-        vjson_add_string(report, "IMEI", imei);
-    }
-}
-
 // Only the halvor's second modem slot knows the hardware variant; everywhere else the keys are there and empty.
 void report_board(json_object *report, const char *bus) {
     if (strcmp(get_model_name(), "halvor") == 0 && strcmp(bus, "2-1.2") == 0) {
@@ -65,8 +50,8 @@ void report_apns(json_object *report, const ModemModel &model) {
     }
 }
 
-void report_detail(json_object *report, const ModemModel &model) {
-    report_name(report, model);
+void report_detail(json_object *report, const ModemModel &model, const char *device_directory) {
+    report_name(report, model, device_directory);
     report_imei(report, model);
     vjson_add_string(report, "bus", model.bus);
     report_board(report, model.bus);
@@ -76,12 +61,6 @@ void report_detail(json_object *report, const ModemModel &model) {
     Json operators(json_object_new_array());
     vjson_array_add_string(operators.get(), "Visible");
     vjson_add_object(report, "operators", operators.release());
-}
-
-ModemModel no_modem() {
-    ModemModel model = {};
-    model.modem_id = MODEM_ID_NONE;
-    return model;
 }
 
 ModemModel *no_ports(ModemModel *out) {
@@ -95,31 +74,26 @@ ModemModel *no_ports(ModemModel *out) {
 ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, int detail) {
     *out = no_modem();
     text_copy(out->bus, bus);
-    char device[SYSFS_PATH_SIZE] = {};
-    uint32_t vid = 0;
-    uint32_t pid = 0;
-    if (modem_find_device(bus, device) != 0 || modem_read_usb_id(device, &vid, &pid) != 0) {
-        DEBUG_printf("please insert device\n");
+    UsbDevice device;
+    if (find_usb_device(bus, &device) != 0) {
         return out;
     }
-    DEBUG_printf("vid %X,pid %X\n", vid, pid);
-    const ModemModel *row = modem_list_find_usbid(modem_head, vid, pid);
-    if (row == nullptr) {
+    if (device.row == nullptr) {
         return detect_unknow_modem(out, report, bus);
     }
-    if (report_ports(report, device) < 1) {
+    if (report_ports(report, device.directory) < 1) {
         return no_ports(out);
     }
-    *out = *row;
+    *out = *device.row;
     replace_modem_struct(out, bus);
     vjson_add_int(report, "modem_id", out->modem_id);
-    report_port(report, "data_port", device, bus, out->data_port);
-    report_port(report, "control_port", device, bus, out->control_port);
+    report_port(report, "data_port", device.directory, bus, out->data_port);
+    report_port(report, "control_port", device.directory, bus, out->control_port);
     if (out->qmi_port >= 0) {
-        report_port(report, "qmi_port", device, bus, out->qmi_port);
+        report_port(report, "qmi_port", device.directory, bus, out->qmi_port);
     }
     if (detail != 0) {
-        report_detail(report, *out);
+        report_detail(report, *out, device.directory);
     }
     return out;
 }
@@ -138,4 +112,36 @@ ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char
     modem_read_carrier(report, *out);
     modem_read_status(report, *out);
     return out;
+}
+
+int find_usb_device(const char *bus, UsbDevice *device) {
+    uint32_t vid = 0;
+    uint32_t pid = 0;
+    if (modem_find_device(bus, device->directory) != 0 || modem_read_usb_id(device->directory, &vid, &pid) != 0) {
+        DEBUG_printf("please insert device\n");
+        return -1;
+    }
+    DEBUG_printf("vid %X,pid %X\n", vid, pid);
+    device->row = modem_list_find_usbid(modem_head, vid, pid);
+    return 0;
+}
+
+ModemModel no_modem() {
+    ModemModel model = {};
+    model.modem_id = MODEM_ID_NONE;
+    return model;
+}
+
+void report_name(json_object *report, const ModemModel &model, const char *device_directory) {
+    char port[REPORTED_PORT_SIZE] = {};
+    char name[IDENTITY_SIZE] = {};
+    modem_find_port(device_directory, model.bus, model.control_port, port);
+    vjson_add_string(report, "name", modem_get_identity(model.bus, port, name) == 0 ? name : model.name);
+}
+
+void report_imei(json_object *report, const ModemModel &model) {
+    char imei[IMEI_BUFFER_SIZE] = {};
+    if (get_modem_imei(model, imei) == 0) {
+        vjson_add_string(report, "IMEI", imei);
+    }
 }

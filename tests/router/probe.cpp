@@ -2,6 +2,7 @@
 // runs in the simulated router like the shipped programs, and is never installed.
 //
 //   probe detect BUS               detection with full detail
+//   probe brief BUS                the modem's object of the brief list;  probe app-brief BUS (both with debug lines)
 //   probe status BUS               the status block of the modem on the bus
 //   probe link INTERFACE           the link's status;  probe passthrough-link INTERFACE
 //   probe device DEVICE            address, gateway and traffic of a network device
@@ -29,7 +30,9 @@
 #include <string>
 #include <vector>
 
+#include "api/brief_info_endpoints.h"
 #include "connection/interface_control.h"
+#include "modem/debug.h"
 #include "modem/detection.h"
 #include "modem/modem_core/mode_band.h"
 #include "modem/modem_core/registration.h"
@@ -61,6 +64,11 @@ struct Call {
 int detect(const Call &call) {
     ModemModel model;
     return detect_modem(&model, call.reply, call.text(0), 1)->modem_id;
+}
+
+template <ModemModel (*detect_brief)(const char *bus, json_object *object)> int brief(const Call &call) {
+    DEBUG = 1;
+    return detect_brief(call.text(0), call.reply).modem_id;
 }
 
 int level_by(int (*read)(const ModemModel &model, int32_t *level), const ModemModel &model, json_object *reply) {
@@ -114,6 +122,8 @@ struct Operation {
 // clang-format off
 constexpr Operation OPERATIONS[] = {
     {"detect", 1, detect},
+    {"brief", 1, brief<detect_modem_brief_info>},
+    {"app-brief", 1, brief<detect_modem_app_brief_info>},
     {"status", 1, [](const Call &call) { return modem_read_status(call.reply, call.modem()); }},
     {"link", 1, [](const Call &call) { return ubus_read_ifstatus(call.reply, call.text(0), 5); }},
     {"passthrough-link", 1,

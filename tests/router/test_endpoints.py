@@ -38,9 +38,6 @@ ENDPOINTS = [tuple(line.split()) for line in TABLE.splitlines()]
 
 # Endpoints whose handlers are still to come: they answer -17 to everything. Rows are only ever taken off this list.
 PENDING = [
-    ("get", "/modem/info"),
-    ("get", "/modem/brief_info"),
-    ("get", "/modem/app/brief_info"),
     ("post", "/modem/auto"),
     ("get", "/modem/get"),
     ("post", "/modem/set"),
@@ -49,9 +46,7 @@ PENDING = [
     ("post", "/modem/sms/send"),
     ("post", "/modem/sms/status"),
     ("post", "/modem/sms/code"),
-    ("post", "/modem/cells/get"),
     ("post", "/modem/sim/switch"),
-    ("post", "/modem/modem_info/get"),
     ("post", "/modem/sms/forward"),
     ("get", "/modem/sms/flist"),
     ("post", "/modem/sms/account"),

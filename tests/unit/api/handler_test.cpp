@@ -122,4 +122,46 @@ TEST(PickModem, a_bus_that_does_not_fit_is_no_matter_where_there_is_no_such_mode
     EXPECT_EQ(pick(R"({"bus":"1-1.2.3.4.5.6.7"})").result, -251);
 }
 
+// --- With the bus required ---
+
+Picked pick_on_bus(const std::string &request_text) {
+    const Json request = parse_json(request_text);
+    Picked picked = {};
+    picked.result = pick_modem_on_bus(request.get(), &picked.model);
+    return picked;
+}
+
+TEST(PickModemOnBus, the_row_of_the_id_for_the_bus) {
+    const Picked picked = pick_on_bus(R"({"bus":"2-1.2","modem_id":3})");
+    EXPECT_EQ(picked.result, 0);
+    EXPECT_STREQ(picked.model.name, "EC25");
+    EXPECT_STREQ(picked.model.bus, "2-1.2");
+    EXPECT_STREQ(picked.model.ifname, "modem_2_1_2");
+}
+
+TEST(PickModemOnBus, a_bus_that_is_missing_or_no_text_is_a_missing_parameter) {
+    for (const char *request :
+         {R"({"modem_id":3})", R"({"modem_id":3,"Bus":"1-1.2"})", R"({"modem_id":3,"bus":null})",
+          R"({"modem_id":3,"bus":1.2})", R"({"modem_id":3,"bus":["1-1.2"]})", R"({"modem_id":3,"bus":true})"}) {
+        EXPECT_EQ(pick_on_bus(request).result, -251) << request;
+    }
+}
+
+TEST(PickModemOnBus, a_missing_bus_is_told_before_a_model_that_does_not_exist) {
+    EXPECT_EQ(pick_on_bus(R"({"modem_id":2})").result, -251);
+    EXPECT_EQ(pick_on_bus(R"({"modem_id":2,"bus":"1-1.2"})").result, -250);
+}
+
+TEST(PickModemOnBus, a_missing_id_is_a_missing_parameter) {
+    EXPECT_EQ(pick_on_bus(R"({"bus":"1-1.2"})").result, -251);
+    EXPECT_EQ(pick_on_bus(R"({"bus":"1-1.2","modem_id":-1})").result, -251);
+}
+
+TEST(PickModemOnBus, an_empty_bus_is_there) {
+    const Picked picked = pick_on_bus(R"({"bus":"","modem_id":3})");
+    EXPECT_EQ(picked.result, 0);
+    EXPECT_STREQ(picked.model.ifname, "modem_");
+    EXPECT_STREQ(picked.model.bus, "");
+}
+
 } // namespace
