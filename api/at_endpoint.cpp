@@ -6,6 +6,7 @@
 #include "modem/at_exchange.h"
 #include "platform/json.h"
 #include "platform/text.h"
+#include "vendor/quectel_default_band.h"
 
 namespace {
 
@@ -22,10 +23,12 @@ int32_t execute_modem_at(json_object *request, json_object *reply) {
     }
     char command[LONGEST_COMMAND + COMMAND_TAIL] = {};
     text_copy(std::span(command).first(LONGEST_COMMAND + 1), text);
-    if (strcmp(command, "default_band") == 0) {
-        return API_NOT_SUPPORTED;
-    }
     char message[REPLY_SIZE] = {};
+    if (strcmp(command, "default_band") == 0) {
+        const int result = quectel_set_default_band(port, message);
+        vjson_add_string(reply, "message", message);
+        return result == 0 ? API_OK : API_NOT_SUPPORTED;
+    }
     if (send_command(port, command, message, sizeof message) != 0) {
         return API_EXCHANGE_FAILED;
     }

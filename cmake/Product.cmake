@@ -13,6 +13,7 @@ add_library(vela_core STATIC
     cli/arguments.cpp
     cli/commands.cpp
     cli/convert.cpp
+    connection/bring_up.cpp
     connection/interface_control.cpp
     modem/at_exchange.cpp
     modem/at_query.cpp
@@ -58,9 +59,12 @@ add_library(vela_core STATIC
     vendor/fibocom_registration.cpp
     vendor/fibocom_signal.cpp
     vendor/quectel_cells.cpp
+    vendor/quectel_data_context.cpp
+    vendor/quectel_default_band.cpp
     vendor/quectel_fields.cpp
     vendor/quectel_registration.cpp
     vendor/quectel_signal.cpp
+    vendor/quectel_thermal.cpp
     vendor/sierra_busy.cpp
     vendor/sierra_cells.cpp
     vendor/sierra_registration.cpp

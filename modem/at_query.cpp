@@ -23,3 +23,8 @@ int at_query(const ModemModel &model, const char *command, std::span<char> reply
 int at_query_ok(const ModemModel &model, const char *command, std::span<char> reply) {
     return at_query(model, command, reply) == 0 && is_ok(reply.data()) ? 0 : -1;
 }
+
+int at_set(const ModemModel &model, const char *command) {
+    char reply[200];
+    return at_query(model, command, reply) != 0 || is_ok(reply) ? 0 : -1;
+}

@@ -17,3 +17,7 @@ int at_query(const ModemModel &model, const char *command, std::span<char> reply
 
 // Like at_query, with 0 only for a reply that says "OK" (see is_ok), else -1.
 int at_query_ok(const ModemModel &model, const char *command, std::span<char> reply);
+
+// Sends a command that changes a setting and has no answer but a short one (an echo and it fit 199 characters). Returns
+// -1 where the modem answers anything but "OK", else 0: a modem that cannot be reached has refused nothing.
+int at_set(const ModemModel &model, const char *command);

@@ -1,10 +1,11 @@
 // The supported models: one row each. This is the one place that knows every driver.
 //
-// To add a model, add its row, and its file for the simulated router (sim/README.md).
-#include "modem/model_table.h"
+// To add a model, add its row, and its file for the simulated router: docs/adding-a-model.md.
+#include "modem/model.h"
 
 #include <iterator>
 
+#include "connection/bring_up.h"
 #include "modem/modem_core/carrier.h"
 #include "modem/modem_core/identity.h"
 #include "modem/modem_core/mode_band.h"
@@ -16,8 +17,10 @@
 #include "vendor/fibocom_registration.h"
 #include "vendor/fibocom_signal.h"
 #include "vendor/quectel_cells.h"
+#include "vendor/quectel_data_context.h"
 #include "vendor/quectel_registration.h"
 #include "vendor/quectel_signal.h"
+#include "vendor/quectel_thermal.h"
 #include "vendor/sierra_cells.h"
 #include "vendor/sierra_registration.h"
 #include "vendor/sierra_signal.h"
@@ -36,12 +39,17 @@ constexpr ModemOps QUECTEL_SET = {
     .set_mode = modem_set_mode,
     .del_sms = modem_del_sms,
     .del_all_sms = modem_del_all_sms,
+    .serial_connect = modem_serial_connect,
+    .disconnect = modem_disconnect,
     .get_operator = modem_get_operator,
     .get_register_status = modem_get_register_status,
     .get_gsn = modem_get_gsn,
     .cell_info = quectel_cell_info,
+    .thermal_ctrl = quectel_thermal_ctrl,
     .check_register = quectel_check_register,
     .check_simcard = modem_check_simcard,
+    .set_apn = quectel_set_apn,
+    .set_ath = quectel_set_ath,
 };
 
 // A base set with some slots changed.
@@ -55,21 +63,28 @@ constexpr ModemOps EP06_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
     ops.check_cat6 = quectel_check_cat6;
 });
 
-// A 3G modem without AT+QCAINFO and AT+QENG.
-constexpr ModemOps UC20_SET = changed(QUECTEL_SET, [](ModemOps &ops) { ops.cell_info = nullptr; });
+// A 3G modem without AT+QCAINFO, AT+QENG and thermal limits.
+constexpr ModemOps UC20_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
+    ops.cell_info = nullptr;
+    ops.thermal_ctrl = nullptr;
+});
 
-// LTE-M, NB-IoT and Cat 1 modems, whose SIM and bands can be read.
+// LTE-M, NB-IoT and Cat 1 modems, whose SIM and bands can be read. They get no credentials by AT+QICSGP.
 constexpr ModemOps QUECTEL_IOT_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
+    ops.set_ath = nullptr;
     ops.get_qccid = modem_get_qccid;
     ops.get_band = modem_get_band;
     ops.get_current_mode = modem_get_current_mode;
 });
 
-// What is left of the set for a modem with a dialect of its own for signal and cells.
+// What is left of the set for a modem with a dialect of its own for signal, cells and settings.
 constexpr ModemOps GENERIC_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
     ops.signal_info = nullptr;
     ops.cell_info = nullptr;
+    ops.thermal_ctrl = nullptr;
     ops.check_register = nullptr;
+    ops.set_apn = nullptr;
+    ops.set_ath = nullptr;
 });
 
 constexpr ModemOps SIMCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
@@ -82,7 +97,8 @@ constexpr ModemOps ZTE_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.check_register = modem_check_register;
 });
 
-// Signal, cells, registration and SIM are read from a dialect of its own.
+// Its dialect tells signal, cells, registration and SIM from one status block. Carriers can be told from it, too, but the
+// slot for that stays empty: clients know this modem by "4G" alone.
 constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.get_rssi = sierra_get_signal;
     ops.cell_info = sierra_cell_info;
@@ -90,7 +106,7 @@ constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.check_simcard = sierra_check_simcard;
 });
 
-// Mode, signal, cells and registration are read from a dialect of its own, and the mode cannot be set.
+// Its dialect tells mode, signal, cells and registration, and takes the APN. The mode cannot be set.
 constexpr ModemOps FIBOCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.get_mode = fibocom_get_mode;
     ops.signal_info = fibocom_signal_info;
@@ -155,16 +171,16 @@ constexpr ModemModel ROWS[] = {
 };
 // clang-format on
 
-static_assert(std::size(ROWS) == MODEM_MODEL_COUNT);
+constexpr size_t ROW_COUNT = std::size(ROWS);
 
 // The rows as the linked list that their readers walk.
 struct ModemModelTable {
-    ModemModel rows[MODEM_MODEL_COUNT];
+    ModemModel rows[ROW_COUNT];
 
     constexpr ModemModelTable() : rows() {
-        for (size_t index = 0; index < MODEM_MODEL_COUNT; index++) {
+        for (size_t index = 0; index < ROW_COUNT; index++) {
             rows[index] = ROWS[index];
-            rows[index].next = index + 1 < MODEM_MODEL_COUNT ? &rows[index + 1] : nullptr;
+            rows[index].next = index + 1 < ROW_COUNT ? &rows[index + 1] : nullptr;
         }
     }
 };

@@ -38,3 +38,7 @@ void text_copy_cut(std::span<char> out, std::string_view text) {
 void text_clear(std::span<char> out) {
     std::fill(out.begin(), out.end(), '\0');
 }
+
+int32_t text_to_int(const char *text) {
+    return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), INT32_MIN, INT32_MAX));
+}

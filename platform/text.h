@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -18,6 +19,10 @@ void text_copy(std::span<char> out, std::string_view text);
 // Copies as much of `text` as leaves room for the NUL. For the few texts that readers know to be cut, such as a
 // carrier's name. Does nothing for an empty buffer.
 void text_copy_cut(std::span<char> out, std::string_view text);
+
+// The decimal number at the start of a text as atoi reads it, 0 where there is none; numbers beyond 32 bits become
+// INT32_MIN or INT32_MAX.
+int32_t text_to_int(const char *text);
 
 // Fills the whole buffer with NULs, so that a reader that finds nothing leaves an empty text.
 void text_clear(std::span<char> out);

@@ -2,7 +2,6 @@
 #include "router/wifi_channel.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -68,10 +67,6 @@ Wifi read_wifi() {
     return wifi;
 }
 
-int32_t number_of(const char *text) {
-    return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), INT32_MIN, INT32_MAX));
-}
-
 } // namespace
 
 int32_t get_current_wifi24g_channel() {
@@ -79,7 +74,7 @@ int32_t get_current_wifi24g_channel() {
     if (wifi.off) {
         return NO_CHANNEL;
     }
-    return wifi.is_automatic() ? AUTOMATIC_CHANNEL : number_of(wifi.channel);
+    return wifi.is_automatic() ? AUTOMATIC_CHANNEL : text_to_int(wifi.channel);
 }
 
 int32_t get_auto_wifi24g_channel() {
@@ -92,7 +87,7 @@ int32_t get_auto_wifi24g_channel() {
     text_format(command, "iwinfo %s info 2>/dev/null | grep Channel | awk '{print $4}'",
                 wifi.guests_only ? wifi.radio.guest_device : wifi.radio.device);
     getShellCommandReturnLine(command, channel);
-    return number_of(channel);
+    return text_to_int(channel);
 }
 
 void set_auto_wifi_channel(int32_t channel) {

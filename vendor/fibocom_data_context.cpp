@@ -2,15 +2,10 @@
 #include "vendor/fibocom_data_context.h"
 
 #include "modem/at_query.h"
-#include "modem/at_reply.h"
 #include "platform/text.h"
 
 int fibocom_set_apn(const ModemModel &model, const char *apn) {
     char command[100];
     text_format(command, "AT+CGDCONT=1,\"IP\",\"%s\"", apn);
-    char reply[200] = {};
-    if (at_query(model, command, reply) != 0) {
-        return 0;
-    }
-    return is_ok(reply) ? 0 : -1;
+    return at_set(model, command);
 }

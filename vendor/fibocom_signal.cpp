@@ -6,7 +6,6 @@
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/text.h"
-#include "vendor/quectel_fields.h"
 
 namespace {
 
@@ -31,13 +30,13 @@ constexpr GradeLimits CSQ_INDEX = {20, 15, 10};
 int32_t grade(std::string_view list, int field, const GradeLimits &limits) {
     char value[FIBOCOM_FIELD_SIZE] = {};
     fibocom_atcmd_value_parser(list, field, value);
-    return signal_grade(limits, quectel_integer(value));
+    return signal_grade(limits, text_to_int(value));
 }
 
 } // namespace
 
 void fibocom_rssi_of_csq(std::span<char> value) {
-    const int64_t csq = quectel_integer(value.data());
+    const int64_t csq = text_to_int(value.data());
     text_format(value, "%lld", static_cast<long long>(2 * csq - 113));
 }
 

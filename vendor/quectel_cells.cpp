@@ -7,6 +7,7 @@
 #include "modem/at_reply.h"
 #include "platform/json.h"
 #include "platform/owners.h"
+#include "platform/text.h"
 #include "vendor/quectel_fields.h"
 #include "vendor/quectel_tables.h"
 
@@ -34,7 +35,7 @@ void append_each(const QuectelLine &line, int (*read)(const char *record, json_o
 constexpr QuectelLine CARRIER_LINE = {"+QCAINFO:", 9, 10};
 
 const char *bandwidth_of_blocks(const char *value) {
-    return quectel_word(QUECTEL_BANDWIDTH_VALUES, quectel_integer(value));
+    return quectel_word(QUECTEL_BANDWIDTH_VALUES, text_to_int(value));
 }
 
 const char *primary_state(const char *value) {
@@ -248,7 +249,7 @@ int32_t read_quectel_lte_band(const char *reply) {
         const char *rat = vjson_get_string(cell.get(), "rat");
         if (rat != nullptr && std::string_view(rat) == "LTE") {
             const char *band = vjson_get_string(cell.get(), "band");
-            return band != nullptr ? quectel_integer(band) : 0;
+            return band != nullptr ? text_to_int(band) : 0;
         }
     }
     return 0;

@@ -1,8 +1,6 @@
 // Lines and fields of Quectel replies; see quectel_fields.h.
 #include "vendor/quectel_fields.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -44,10 +42,6 @@ int quectel_get_field(const char *record, int number, std::span<char> field) {
         start = at[1] == '"' ? at + 2 : at + 1;
     }
     return -1;
-}
-
-int32_t quectel_integer(const char *text) {
-    return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), INT32_MIN, INT32_MAX));
 }
 
 void quectel_add_fields(const char *record, std::span<const QuectelColumn> columns, json_object *object) {

@@ -44,10 +44,6 @@ private:
 // A value longer than the buffer is cut to it.
 int quectel_get_field(const char *record, int number, std::span<char> field);
 
-// The decimal number at the start of a text as atoi reads it, 0 where there is none; numbers beyond 32 bits become
-// INT32_MIN or INT32_MAX.
-int32_t quectel_integer(const char *text);
-
 // A field that becomes a member of an object: the member is its text, or, where `word` is given, what that makes of it.
 struct QuectelColumn {
     int field;

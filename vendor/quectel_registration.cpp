@@ -3,6 +3,7 @@
 
 #include "modem/at_query.h"
 #include "modem/at_reply.h"
+#include "modem/modem_core/registration.h"
 
 namespace {
 
@@ -13,14 +14,10 @@ constexpr const char *QUESTIONS[] = {"AT+CREG?", "AT+CEREG?"};
 
 } // namespace
 
-bool is_quectel_registered(const char *reply) {
-    return has_keystr(reply, ",1\r") || has_keystr(reply, ",5\r");
-}
-
 int quectel_check_register(const ModemModel &model) {
     for (const char *question : QUESTIONS) {
         char reply[REPLY_SIZE] = {};
-        if (at_query_ok(model, question, reply) == 0 && is_quectel_registered(reply)) {
+        if (at_query_ok(model, question, reply) == 0 && is_registered(reply)) {
             return 0;
         }
     }

@@ -87,10 +87,10 @@ void add_measurement(const char *record, const Measurement &measurement, json_ob
         text_copy(value, sent);
         break;
     case Reading::NEGATED:
-        text_format(value, "-%d", quectel_integer(sent));
+        text_format(value, "-%d", text_to_int(sent));
         break;
     case Reading::SCALED:
-        text_format(value, "%d", static_cast<int>((int64_t{quectel_integer(sent)} + 5) / 10));
+        text_format(value, "%d", static_cast<int>((int64_t{text_to_int(sent)} + 5) / 10));
         break;
     }
     vjson_add_string(signal, measurement.key, value);
@@ -186,7 +186,7 @@ int read_signals(const SignalReader &reader, const char *reply, json_object *sig
 
 int32_t grade(json_object *signal, const QuectelQuantity &quantity) {
     const char *text = vjson_get_string(signal, quantity.key);
-    const int32_t value = text != nullptr ? quectel_integer(text) : 0;
+    const int32_t value = text != nullptr ? text_to_int(text) : 0;
     return signal_grade(quantity.limits, value);
 }
 

@@ -3,27 +3,22 @@
 
 #include "modem/at_query.h"
 #include "modem/at_reply.h"
+#include "modem/modem_core/registration.h"
 #include "vendor/sierra_busy.h"
 #include "vendor/sierra_status.h"
 
 namespace {
 
-constexpr size_t REGISTRATION_REPLY_SIZE = 256;
 constexpr size_t SIM_REPLY_SIZE = 1024;
 constexpr size_t STATUS_REPLY_SIZE = 2048;
 
 } // namespace
 
-bool is_sierra_registered(const char *reply) {
-    return has_keystr(reply, ",1\r") || has_keystr(reply, ",5\r");
-}
-
 int sierra_check_register(const ModemModel &model) {
     if (sierra_is_busy(model, "modem device busy,can't check register status\n")) {
         return 0;
     }
-    char reply[REGISTRATION_REPLY_SIZE] = {};
-    return at_query_ok(model, "AT+CREG?", reply) != 0 || is_sierra_registered(reply) ? 0 : -1;
+    return modem_check_register(model);
 }
 
 int read_sierra_sim_state(const char *reply) {

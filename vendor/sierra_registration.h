@@ -19,7 +19,6 @@ int sierra_check_simcard(const ModemModel &model, std::span<char> text);
 // is busy.
 int sierra_check_cat6(const ModemModel &model);
 
-// The same from the replies. For the first and the last a reply that says "OK".
-bool is_sierra_registered(const char *reply); // a line that ends in ",1" (home) or ",5" (roaming)
+// The same from the replies; for the second, one that says "OK".
 int read_sierra_sim_state(const char *reply); // "ERROR" anywhere, before a line that ends in "PIN"
 bool is_sierra_aggregated(const char *reply); // "LTE CA state:" with a value that does not contain "NOT ASSIGNED"

@@ -234,7 +234,7 @@ int modem_get_current_band(const char *bus, int32_t port_number, const char *opt
     vuci2_get(configuration, option, configured);
     vuci2_free(configuration);
     if (configured[0] != '\0') {
-        return static_cast<int>(strtol(configured, nullptr, 10));
+        return text_to_int(configured);
     }
     char port[PORT_PATH_SIZE] = {};
     char reply[1024];

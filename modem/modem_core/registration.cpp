@@ -60,12 +60,13 @@ int modem_get_register_status(int tty_number) {
     return read_register_status(reply);
 }
 
+bool is_registered(const char *reply) {
+    return has_keystr(reply, ",1\r") || has_keystr(reply, ",5\r");
+}
+
 int modem_check_register(const ModemModel &model) {
     char reply[256];
-    if (at_query_ok(model, "AT+CREG?", reply) != 0) {
-        return 0;
-    }
-    return has_keystr(reply, ",1\r") || has_keystr(reply, ",5\r") ? 0 : -1;
+    return at_query_ok(model, "AT+CREG?", reply) != 0 || is_registered(reply) ? 0 : -1;
 }
 
 int read_sim_state(const char *reply, std::span<char> text) {

@@ -13,6 +13,10 @@ int modem_get_register_status(int tty_number);
 // line break; -1 where there is none.
 int read_register_status(const char *reply);
 
+// Whether a reply to AT+CREG? or AT+CEREG? says so: a line whose last field is 1 (home) or 5 (roaming). With cell
+// identities behind the state (AT+CREG=2) the last field is the access technology, and that is what is compared.
+bool is_registered(const char *reply);
+
 // 0 when the modem is registered, -1 when not. A modem that cannot be asked counts as registered, so that a busy port
 // never raises an alarm.
 int modem_check_register(const ModemModel &model);

@@ -24,6 +24,7 @@ PROGRAMS = (
     "/usr/bin/opkg",
     "/usr/bin/reactivate_mbn",
     "/usr/bin/sendsms",
+    "/usr/bin/vela-firewall",
     "/usr/sbin/mwan3",
     "/usr/sbin/ssmtp",
 )

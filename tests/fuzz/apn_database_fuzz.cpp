@@ -9,16 +9,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "fuzz_support.h"
 #include "platform/owners.h"
 #include "vendor/apn_database.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 Json load(std::string_view content) {
     const Descriptor file(memfd_create("apn-config.js", MFD_CLOEXEC));

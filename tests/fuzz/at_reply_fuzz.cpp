@@ -8,15 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "modem/at_reply.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool holds_final_word(std::string_view text) {
     return text.find("OK") != text.npos || text.find("ERROR") != text.npos;

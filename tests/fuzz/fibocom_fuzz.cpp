@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "platform/owners.h"
 #include "vendor/fibocom_cells.h"
 #include "vendor/fibocom_fields.h"
@@ -15,12 +16,6 @@
 namespace {
 
 constexpr int32_t UNTOUCHED = -77;
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 // Objects of texts that leave the program as JSON which parses.
 void check_objects(json_object *array) {

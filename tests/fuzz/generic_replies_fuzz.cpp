@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "modem/modem_core/mode_band.h"
 #include "modem/modem_core/registration.h"
 #include "modem/modem_core/signal.h"
@@ -17,12 +18,6 @@
 namespace {
 
 constexpr int32_t UNTOUCHED = -77;
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool is_one_of(const char *text, std::initializer_list<std::string_view> possible) {
     return std::find(possible.begin(), possible.end(), std::string_view(text)) != possible.end();

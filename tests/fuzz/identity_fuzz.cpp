@@ -6,16 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "modem/modem_core/carrier.h"
 #include "modem/modem_core/identity.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool holds(std::string_view text, std::string_view part) {
     return text.find(part) != text.npos;

@@ -8,15 +8,10 @@
 
 #include "api/brief_info_endpoints.h"
 #include "api/info_endpoint.h"
+#include "fuzz_support.h"
 #include "platform/owners.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool is_kept(char character) {
     return character != '\0' &&

@@ -5,17 +5,12 @@
 #include <string_view>
 
 #include "api/handler.h"
+#include "fuzz_support.h"
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/utf8.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool all_characters_valid(std::string_view text) {
     while (!text.empty()) {

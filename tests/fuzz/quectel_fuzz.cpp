@@ -6,8 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
+#include "modem/modem_core/registration.h"
 #include "platform/owners.h"
 #include "vendor/quectel_cells.h"
+#include "vendor/quectel_default_band.h"
 #include "vendor/quectel_fields.h"
 #include "vendor/quectel_registration.h"
 #include "vendor/quectel_signal.h"
@@ -15,27 +18,6 @@
 namespace {
 
 constexpr int32_t UNTOUCHED = -77;
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
-
-// Objects of texts, "type" first, that leave the program as JSON which parses.
-void check_objects(json_object *array) {
-    for (size_t i = 0; i < json_object_array_length(array); i++) {
-        bool first = true;
-        json_object_object_foreach(json_object_array_get_idx(array, i), key, value) {
-            require(!first || strcmp(key, "type") == 0);
-            require(json_object_is_type(value, json_type_string));
-            first = false;
-        }
-        require(!first);
-    }
-    const Json parsed(json_tokener_parse(json_object_to_json_string(array)));
-    require(json_object_equal(parsed.get(), array) != 0);
-}
 
 void check_signals(int (*read)(const char *, json_object *, int32_t *), const char *reply) {
     const Json signals(json_object_new_array());
@@ -76,6 +58,21 @@ void check_fields(const char *reply) {
     }
 }
 
+// The same by the names alone: a command is for a variant whose name stands in the revision's line.
+void check_band_command(std::string_view reply) {
+    const char *command = read_default_band_command(reply.data());
+    const size_t label = reply.find("Revision:");
+    std::string_view revision = label != reply.npos ? reply.substr(label + 9) : "";
+    revision = revision.substr(0, std::min<size_t>(revision.find('\n'), 60));
+    bool known = false;
+    for (const char *name :
+         {"EC25AFFA", "EC25AFXD", "EC25AFA", "EC20CE", "EC25E", "EP06E", "EP06A", "EC25AU", "EG25G"}) {
+        known = known || revision.find(name) != revision.npos;
+    }
+    require((command != nullptr) == known);
+    require(command == nullptr || std::string_view(command).starts_with("AT+QCFG=\"band\",0,"));
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -92,6 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     check_cells(read_quectel_neighbour_cells, reply.data());
     read_quectel_lte_band(reply.data());
     is_quectel_aggregated(reply.data());
-    is_quectel_registered(reply.data());
+    is_registered(reply.data());
+    check_band_command(reply.data());
     return 0;
 }

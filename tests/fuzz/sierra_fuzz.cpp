@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "modem/modem_core/registration.h"
 #include "vendor/sierra_cells.h"
 #include "vendor/sierra_registration.h"
 #include "vendor/sierra_signal.h"
@@ -96,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     check_signal(reply);
     check_cells(reply);
-    is_sierra_registered(reply.data());
+    is_registered(reply.data());
     is_sierra_aggregated(reply.data());
     const int sim = read_sierra_sim_state(reply.data());
     require(sim == 0 || sim == -1 || sim == -2);

@@ -5,18 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz_support.h"
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/utf8.h"
 #include "sms/sms_message.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bool all_characters_valid(std::string_view text) {
     while (!text.empty()) {

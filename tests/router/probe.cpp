@@ -20,7 +20,8 @@
 //   probe wifi-hint BAND BAND BAND the channel that would be better for these bands
 //   probe wifi-move                moves the automatic channel off the modems' bands
 //   probe mcu BUS                  what the microcontroller is told
-//   probe set-apn BUS APN          writes the APN by the operation of the modem's model
+//   probe bring-up COUNT INTERFACE data interface up;  probe take-down COUNT INTERFACE
+//   probe set-apn BUS APN          data context;  probe set-ath BUS APN USER PASSWORD AUTHENTICATION
 //
 // Output: the JSON object where there is one, then "result N".
 #include <cstdio>
@@ -31,6 +32,7 @@
 #include <vector>
 
 #include "api/brief_info_endpoints.h"
+#include "connection/bring_up.h"
 #include "connection/interface_control.h"
 #include "modem/debug.h"
 #include "modem/detection.h"
@@ -112,6 +114,11 @@ int set_apn(const Call &call) {
     return model.ops.set_apn(model, call.text(1));
 }
 
+int set_ath(const Call &call) {
+    const ModemModel model = call.modem();
+    return model.ops.set_ath(model, call.text(1), call.text(2), call.text(3), call.text(4));
+}
+
 struct Operation {
     const char *name;
     size_t arguments;
@@ -151,7 +158,10 @@ constexpr Operation OPERATIONS[] = {
      }},
     {"wifi-move", 0, [](const Call &) { return handle_wifi_channel_auto_interference(), 0; }},
     {"mcu", 1, [](const Call &call) { return modem_mcu_interface(call.text(0), call.reply); }},
+    {"bring-up", 2, [](const Call &call) { return modem_serial_connect(call.number(0), call.text(1)); }},
+    {"take-down", 2, [](const Call &call) { return modem_disconnect(call.number(0), call.text(1)); }},
     {"set-apn", 2, set_apn},
+    {"set-ath", 5, set_ath},
 };
 // clang-format on
 

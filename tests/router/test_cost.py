@@ -104,11 +104,18 @@ def test_exchanges_that_fail_leave_nothing_either(router):
     r = router("ec25", files={"/tmp/file": "x"}, ubus=False)
     plan = [["post", "/modem/at", body, 20, 1000] for body in (
         {}, {"at-port": 1, "at-command": []}, request("/dev/ttyUSB9"), request(""), request("/tmp"),
-        request("/tmp/file"), request("/dev/null"), request(command="default_band"))]
+        request("/tmp/file"), request("/dev/null"), request("/dev/ttyUSB9", "default_band"))]
     for (first, second, status), (*_, times) in zip(host(r, *plan), plan):
         assert status in (-255, -17)
         assert_nothing_is_left(first, second, times)
     assert r.modem().commands == []
+
+
+def test_setting_the_default_bands_leaves_nothing(router):
+    r = router("ec25", ubus=False)
+    [[first, second, status]] = host(r, ["post", "/modem/at", request(command="default_band"), 3, 20])
+    assert status == 0 and len(r.modem().commands) == 46
+    assert_nothing_is_left(first, second, 20)
 
 
 def test_exchanges_on_a_locked_port_leave_nothing_either(router):

@@ -264,10 +264,18 @@ def test_a_missing_port_is_found_before_the_command_is_copied(ec25):
     assert ec25.api("post", "/modem/at", {"at-command": "A" * 300}) == (-255, {})
 
 
-@pytest.mark.parametrize("port", [AT_PORT, "/dev/ttyUSB9", ""])
-def test_default_band_is_not_supported_and_never_sent(ec25, port):
+def test_default_band_is_never_sent_but_the_band_command_of_the_variant(ec25):
     ec25.clear_events()
-    assert ec25.api("post", "/modem/at", command("default_band", port)) == (-17, {})
+    band = 'AT+QCFG="band",0,1a0000800d5,0'
+    assert ec25.api("post", "/modem/at", command("default_band")) == (0, {"message": f"{band}\r\r\nOK\r\n"})
+    assert ec25.modem().commands == ["ATI", band]
+
+
+@pytest.mark.parametrize("port", ["/dev/ttyUSB9", "", "/tmp"])
+def test_default_band_on_a_port_that_cannot_be_opened(ec25, port):
+    ec25.clear_events()
+    result = ec25.run("vela_api", "post", "/modem/at", json.dumps(command("default_band", port)))
+    assert json.loads(result.stdout) == {"message": ""} and result.stderr.endswith("status -17\n")
     assert ec25.events == []
 
 

@@ -39,6 +39,7 @@ LINES = [
     ["signal"],
     ["cells"],
     ["iccid"],
+    ["thermal"],
     ["carrier"],
     ["check_register"],
     ["get_mode"],
@@ -56,7 +57,6 @@ PENDING = [
     ["connect-auto"],
     ["new-connect-auto"],
     ["disconnect"],
-    ["thermal"],
 ]
 # The same of single models.
 PENDING_OF = {

@@ -116,10 +116,43 @@ TEST(AtEndpoint, a_port_that_another_holds) {
 TEST(AtEndpoint, default_band_is_never_sent_to_the_modem) {
     ModemPeer modem(answer("\r\nOK\r\n"));
     const Served served = serve("default_band", modem.path());
-    EXPECT_EQ(served.result, -17);
-    EXPECT_EQ(served.reply, "{}");
+    EXPECT_EQ(served.result, -17) << "a modem that does not say what it is";
+    EXPECT_EQ(served.reply, R"({"message":""})");
     modem.stop();
-    EXPECT_EQ(modem.received(), "");
+    EXPECT_EQ(modem.received(), "ATI\r\n");
+}
+
+// An EC25-E that answers so to its band command.
+ModemPeer::Script ec25e(const std::string &reply) {
+    return [reply](ModemPeer &peer) {
+        peer.read_line();
+        peer.write("ATI\r\r\nQuectel\r\nEC25\r\nRevision: EC25EFAR06A03M4G\r\n\r\nOK\r\n");
+        peer.read_line();
+        peer.write(reply);
+    };
+}
+
+TEST(AtEndpoint, the_message_of_default_band_is_the_answer_to_the_band_command) {
+    ModemPeer modem(ec25e("\r\nOK\r\n"));
+    const Served served = serve("default_band", modem.path());
+    EXPECT_EQ(served.result, 0);
+    EXPECT_EQ(served.reply, R"({"message":"\r\nOK\r\n"})");
+    modem.stop();
+    EXPECT_EQ(modem.received(), "ATI\r\nAT+QCFG=\"band\",0,1a0000800d5,0\r\n");
+}
+
+TEST(AtEndpoint, default_band_that_is_refused_has_its_message_too) {
+    ModemPeer modem(ec25e("\r\n+CME ERROR: 3\r\n"));
+    const Served served = serve("default_band", modem.path());
+    EXPECT_EQ(served.result, -17);
+    EXPECT_EQ(served.message(), "\r\n+CME ERROR: 3\r\n");
+}
+
+TEST(AtEndpoint, default_band_on_a_port_that_cannot_be_opened) {
+    const Capture errors(STDERR_FILENO);
+    const Served served = serve("default_band", "/nonexistent/ttyUSB2");
+    EXPECT_EQ(served.result, -17);
+    EXPECT_EQ(served.reply, R"({"message":""})");
 }
 
 TEST(AtEndpoint, default_band_without_a_port_lacks_a_key) {

@@ -125,4 +125,23 @@ TEST(TextParts, a_position_beyond_the_end_gives_all_and_nothing) {
     EXPECT_EQ(text_from({}, 1), "");
 }
 
+TEST(TextToInt, as_atoi_reads_it) {
+    EXPECT_EQ(text_to_int("-95"), -95);
+    EXPECT_EQ(text_to_int("+7"), 7);
+    EXPECT_EQ(text_to_int(" 12dB"), 12);
+    EXPECT_EQ(text_to_int("0x10"), 0);
+    EXPECT_EQ(text_to_int("007"), 7);
+    for (const char *text : {"", "-", "--65", "LTE", "- 5"}) {
+        EXPECT_EQ(text_to_int(text), 0) << text;
+    }
+}
+
+TEST(TextToInt, numbers_beyond_32_bits) {
+    EXPECT_EQ(text_to_int("2147483647"), INT32_MAX);
+    EXPECT_EQ(text_to_int("2147483648"), INT32_MAX);
+    EXPECT_EQ(text_to_int("-2147483649"), INT32_MIN);
+    EXPECT_EQ(text_to_int("99999999999999999999999999"), INT32_MAX);
+    EXPECT_EQ(text_to_int("-99999999999999999999999999"), INT32_MIN);
+}
+
 } // namespace

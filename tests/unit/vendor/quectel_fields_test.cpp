@@ -141,25 +141,6 @@ TEST(QuectelLines, a_tag_at_the_very_end_of_the_reply_is_the_last) {
     EXPECT_EQ(lines.next(), nullptr);
 }
 
-TEST(QuectelInteger, as_atoi_reads_it) {
-    EXPECT_EQ(quectel_integer("-95"), -95);
-    EXPECT_EQ(quectel_integer("+7"), 7);
-    EXPECT_EQ(quectel_integer(" 12dB"), 12);
-    EXPECT_EQ(quectel_integer("0x10"), 0);
-    EXPECT_EQ(quectel_integer("007"), 7);
-    for (const char *text : {"", "-", "--65", "LTE", "- 5"}) {
-        EXPECT_EQ(quectel_integer(text), 0) << text;
-    }
-}
-
-TEST(QuectelInteger, numbers_beyond_32_bits) {
-    EXPECT_EQ(quectel_integer("2147483647"), INT32_MAX);
-    EXPECT_EQ(quectel_integer("2147483648"), INT32_MAX);
-    EXPECT_EQ(quectel_integer("-2147483649"), INT32_MIN);
-    EXPECT_EQ(quectel_integer("99999999999999999999999999"), INT32_MAX);
-    EXPECT_EQ(quectel_integer("-99999999999999999999999999"), INT32_MIN);
-}
-
 const char *first_letter(const char *value) {
     return *value == 'b' ? "B" : "-";
 }

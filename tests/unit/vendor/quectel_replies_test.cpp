@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include "modem/modem_core/registration.h"
 #include "support/json_text.h"
 #include "support/replies.h"
 #include "vendor/quectel_cells.h"
+#include "vendor/quectel_default_band.h"
 #include "vendor/quectel_registration.h"
 #include "vendor/quectel_signal.h"
 
@@ -68,7 +70,9 @@ TEST(QuectelReplies, every_beginning_of_every_recorded_reply) {
             expect_sane_cells(read_quectel_neighbour_cells, reply.get());
             read_quectel_lte_band(reply.get());
             is_quectel_aggregated(reply.get());
-            is_quectel_registered(reply.get());
+            is_registered(reply.get());
+            const char *band_command = read_default_band_command(reply.get());
+            ASSERT_TRUE(band_command == nullptr || std::string_view(band_command).starts_with("AT+QCFG=\"band\",0,"));
             ASSERT_FALSE(testing::Test::HasFatalFailure());
         }
     }

@@ -1,4 +1,5 @@
 // Registration, SIM and carrier aggregation of Sierra Wireless modems from their replies.
+#include "modem/modem_core/registration.h"
 #include "vendor/sierra_registration.h"
 
 #include <string>
@@ -15,14 +16,14 @@ using namespace sierra_blocks;
 // --- Registration ---
 
 bool registered(const std::string &line) {
-    return is_sierra_registered(("AT+CREG?\r\r\n" + line + "\r\n\r\nOK\r\n").c_str());
+    return is_registered(("AT+CREG?\r\r\n" + line + "\r\n\r\nOK\r\n").c_str());
 }
 
 TEST(SierraRegistered, at_home_or_roaming) {
     EXPECT_TRUE(registered("+CREG: 0,1"));
     EXPECT_TRUE(registered("+CREG: 0,5"));
     EXPECT_TRUE(registered("+CREG: 2,1"));
-    EXPECT_TRUE(is_sierra_registered(recorded_reply("quectel-eg25/creg--echo-0-1-split-read").c_str()));
+    EXPECT_TRUE(is_registered(recorded_reply("quectel-eg25/creg--echo-0-1-split-read").c_str()));
 }
 
 TEST(SierraRegistered, other_states) {
@@ -31,19 +32,19 @@ TEST(SierraRegistered, other_states) {
           "+CREG: 0,51", "+CREG: 0,5 ", "+CREG: 1", "+CREG: 5", "+CREG: 0, 1", "+CREG: 0,1 ", ""}) {
         EXPECT_FALSE(registered(line)) << line;
     }
-    EXPECT_FALSE(is_sierra_registered(""));
+    EXPECT_FALSE(is_registered(""));
 }
 
 TEST(SierraRegistered, the_carriage_return_is_needed) {
-    EXPECT_FALSE(is_sierra_registered("\n+CREG: 0,1\n\nOK\n"));
-    EXPECT_FALSE(is_sierra_registered("\r\n+CREG: 0,1"));
-    EXPECT_TRUE(is_sierra_registered("\r\n+CREG: 0,1\r"));
+    EXPECT_FALSE(is_registered("\n+CREG: 0,1\n\nOK\n"));
+    EXPECT_FALSE(is_registered("\r\n+CREG: 0,1"));
+    EXPECT_TRUE(is_registered("\r\n+CREG: 0,1\r"));
 }
 
 TEST(SierraRegistered, what_counts_is_the_last_field_of_a_line) {
     EXPECT_FALSE(registered(R"(+CREG: 2,1,"7B21","0A1B2C3D",7)"));
     EXPECT_TRUE(registered(R"(+CREG: 2,2,"7B21","0A1B2C3D",5)"));
-    EXPECT_FALSE(is_sierra_registered(recorded_reply("quectel-ep06/cgreg--2-1-quoted-hex").c_str()));
+    EXPECT_FALSE(is_registered(recorded_reply("quectel-ep06/cgreg--2-1-quoted-hex").c_str()));
 }
 
 // --- SIM ---

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "modem/modem_core/registration.h"
 #include "support/json_text.h"
 #include "support/replies.h"
 #include "support/sierra_blocks.h"
@@ -62,7 +63,7 @@ void expect_sane(const std::string &wire, size_t length) {
     wire.copy(reply.get(), length);
     expect_sane_signal(reply.get());
     expect_sane_cells(reply.get());
-    is_sierra_registered(reply.get());
+    is_registered(reply.get());
     is_sierra_aggregated(reply.get());
     const int sim = read_sierra_sim_state(reply.get());
     ASSERT_TRUE(sim == 0 || sim == -1 || sim == -2);
