@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Shows the program at work, on a simulated router with an EC25: each command as it is typed, what it prints, and at
+"""Shows the program at work, on a simulated router with an EC25, an EP06 and an MC7430: each command as it is typed, what it prints, and at
 the end what the router and the modem saw of it."""
 
 import shlex
@@ -8,19 +8,10 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
+from showcase import showcase  # noqa: E402
 from velasim.router import Router, RouterError  # noqa: E402
 
 REQUEST = '{"at-command":"AT+CSQ","at-port":"/dev/ttyUSB2"}'
-
-MESSAGE = """From: 491700000001
-From_TOA: 91 international, ISDN/telephone
-Sent: 26-11-21 09:30:00
-Received: 26-11-21 09:30:04
-Alphabet: ISO
-Length: 26
-
-Your data volume is 10 GB.
-"""
 
 STEPS = [
     ("Which modem is on bus 1-1.2, and on which ports? -D prints the detection report before the command's own output.",
@@ -34,11 +25,22 @@ STEPS = [
      ["vela_api", "post", "/modem/at", REQUEST]),
     ("The received messages, from smstools3's spool.",
      ["vela_api", "get", "/modem/sms/list", '{"modem_id":3}']),
-    ("A second modem has been plugged in on bus 2-1.2. Its dialect for cells is not known to this version.",
-     ["vela_modem", "2-1.2", "AT", "ATI"]),
-    ("", ["vela_modem", "2-1.2", "cells"]),
+    ("All configured modems at once, as the status page asks for them; and the shorter lists.",
+     ["vela_api", "get", "/modem/info"]),
+    ("", ["vela_api", "get", "/modem/brief_info"]),
+    ("", ["vela_api", "get", "/modem/app/brief_info"]),
+    ("One modem: what is known of its SIM, and its cells. A level is a raw byte here, as clients know it.",
+     ["vela_api", "post", "/modem/modem_info/get", '{"bus":"1-1.2","modem_id":3}']),
+    ("", ["vela_api", "post", "/modem/cells/get", '{"bus":"2-1.2","modem_id":1}']),
+    ("Another maker's modem on bus 1-1.3: the same questions in its own dialect.",
+     ["vela_modem", "1-1.3", "AT", "AT!GSTATUS?"]),
+    ("", ["vela_modem", "1-1.3", "cells"]),
+    ("Thermal limits, the microcontroller's status object, and the Wi-Fi channel against LTE interference.",
+     ["vela_modem", "thermal"]),
+    ("", ["vela_modem", "test"]),
+    ("", ["vela_modem", "wifi_lte_interference"]),
     ("A bus without a modem: nothing is printed, and the exit status is 0.",
-     ["vela_modem", "-B", "1-1.3", "AT", "ATI"]),
+     ["vela_modem", "-B", "1-1.4", "AT", "ATI"]),
 ]
 
 
@@ -62,8 +64,7 @@ def show_events(router: Router) -> None:
 
 def main() -> int:
     try:
-        files = {"/etc/spool/sms/incoming/VMS99.k3Yt0w": MESSAGE}
-        with Router(modems={"1-1.2": "ec25", "2-1.2": "mc7430"}, files=files) as router:
+        with showcase() as router:
             passed = [show(router, text, command) for text, command in STEPS]
             show_events(router)
     except RouterError as problem:

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""What the product costs: one AT exchange, a discovery, the status block, the list of messages, the readers of replies.
+"""What the product costs: one AT exchange, a discovery, the status block, /modem/info, the message list, the readers of
+replies.
 
 Each subject is a module beside this one. Programs run in the simulated router. Times are medians; what counts are the
 ratios. Instructions (callgrind, user space), system calls (strace) and effects (the router's record) are exact counts.
@@ -12,6 +13,7 @@ from pathlib import Path
 from apn_lookup import bench_apn_lookup
 from discovery import bench_discovery
 from exchange import bench_exchange
+from information import bench_information
 from messages import bench_messages
 from meters import ROOT
 from reply_parsers import bench_reply_parsers
@@ -30,6 +32,7 @@ def main() -> int:
     bench_exchange(build, runs)
     bench_discovery(build)
     bench_status(build, runs)
+    bench_information(build, runs)
     bench_messages(build)
     bench_apn_lookup(build)
     bench_reply_parsers(build)
