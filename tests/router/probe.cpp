@@ -21,7 +21,8 @@
 //   probe wifi-move                moves the automatic channel off the modems' bands
 //   probe mcu BUS                  what the microcontroller is told
 //   probe bring-up COUNT INTERFACE data interface up;  probe take-down COUNT INTERFACE
-//   probe set-apn BUS APN          data context;  probe set-ath BUS APN USER PASSWORD AUTHENTICATION
+//   probe set-apn BUS APN          writes the APN, or the APN with its credentials, into the modem; -17 where the model
+//   probe set-ath BUS APN USER PASSWORD AUTHENTICATION                                           does not support it
 //
 // Output: the JSON object where there is one, then "result N".
 #include <cstdio>
@@ -32,6 +33,7 @@
 #include <vector>
 
 #include "api/brief_info_endpoints.h"
+#include "api/handler.h"
 #include "connection/bring_up.h"
 #include "connection/interface_control.h"
 #include "modem/debug.h"
@@ -111,12 +113,14 @@ int current_mode(const Call &call) {
 
 int set_apn(const Call &call) {
     const ModemModel model = call.modem();
-    return model.ops.set_apn(model, call.text(1));
+    return model.ops.set_apn == nullptr ? API_NOT_SUPPORTED : model.ops.set_apn(model, call.text(1));
 }
 
 int set_ath(const Call &call) {
     const ModemModel model = call.modem();
-    return model.ops.set_ath(model, call.text(1), call.text(2), call.text(3), call.text(4));
+    return model.ops.set_ath == nullptr
+               ? API_NOT_SUPPORTED
+               : model.ops.set_ath(model, call.text(1), call.text(2), call.text(3), call.text(4));
 }
 
 struct Operation {

@@ -31,7 +31,7 @@ def transcript(commands: list[str]) -> str:
     with showcase() as r:
         for command in commands:
             result = r.run(*shlex.split(command))
-            output = (result.stdout + result.stderr).replace("\r\n", "\n")
+            output = (result.stdout + result.stderr).replace("\r", "")
             text += PROMPT + command + "\n" + output
             if not output.endswith("\n"):
                 text += "\n"
