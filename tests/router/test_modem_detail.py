@@ -72,9 +72,9 @@ def test_an_id_that_names_no_row_is_minus_250(router, path, modem_id):
 
 
 @BOTH
-def test_an_id_of_minus_1_names_no_row_either(router, path):
+def test_an_id_of_minus_1_is_none(router, path):
     r = router("ec25")
-    assert r.api("post", path, {"bus": BUS, "modem_id": -1}) == (-250, {})
+    assert r.api("post", path, {"bus": BUS, "modem_id": -1}) == (-251, {})
     assert r.events == []
 
 
