@@ -97,8 +97,8 @@ constexpr ModemOps ZTE_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.check_register = modem_check_register;
 });
 
-// Its dialect tells signal, cells, registration and SIM from one status block. Carriers can be told from it, too, but the
-// slot for that stays empty: clients know this modem by "4G" alone.
+// Its dialect tells signal, cells, registration and SIM from one status block. Carriers can be told from it, too, but
+// the slot for that stays empty: clients know this modem by "4G" alone.
 constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.get_rssi = sierra_get_signal;
     ops.cell_info = sierra_cell_info;

@@ -17,6 +17,6 @@ int32_t handle_wifi_channel_fixed_interference_two(int32_t band1, int32_t band2,
 // whose Wi-Fi is not ours to move (quillo, dravik, soltane), and where there is no modem.
 void handle_wifi_channel_auto_interference();
 
-// The same for known bands: the channel is set for good, so that the radio does not drift back, and the Wi-Fi restarted.
-// The result carries no meaning.
+// The same for known bands: the channel is set for good, so that the radio does not drift back, and the Wi-Fi is
+// restarted. The result carries no meaning.
 int32_t handle_wifi_channel_auto_interference_two(int32_t band1, int32_t band2, int32_t band3);
