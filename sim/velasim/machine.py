@@ -27,6 +27,8 @@ PRODUCTS = {
     "vela_modem.so": ("/usr/lib/vela_modem.so", "/usr/bin/vela_modem.so"),
 }
 TOOLS = {"hostlibs/uci/uci": "/sbin/uci", "hostlibs/ubus/ubus": "/bin/ubus"}
+# Programs that print something else on a router than on this machine: the scripts of sim/ that stand in for them.
+SCRIPTS = {"/usr/bin/ps": "busybox_ps"}
 
 
 def build(setup: dict) -> None:
@@ -133,6 +135,10 @@ def _install_stand_ins() -> None:
         if os.path.lexists(path):
             os.unlink(path)
         os.symlink(RECORDER, path)
+    for path, script in SCRIPTS.items():
+        if os.path.lexists(path):
+            os.unlink(path)
+        os.symlink(f"{LIBRARY}/{script}", path)
 
 
 def _write(path: str, text: str) -> None:

@@ -10,7 +10,7 @@ from .ubus_wire import Status
 Answer = tuple[Status, dict[str, Any] | None]
 
 _INTERFACE = "network.interface."
-_CONTROLS = ("state", "on_up", "on_down")
+_CONTROLS = ("state", "on_up", "on_down", "on_reload")
 _COUNTERS = (
     "rx_bytes", "rx_packets", "rx_errors", "rx_dropped",
     "tx_bytes", "tx_packets", "tx_errors", "tx_dropped",
@@ -60,7 +60,7 @@ class State:
     def _tables(self) -> dict[str, dict[str, Callable[[dict[str, Any]], Answer]]]:
         tables: dict[str, dict[str, Callable[[dict[str, Any]], Answer]]] = {
             "mqtt": {"notify": lambda _: OK},
-            "network": {"reload": lambda _: OK},
+            "network": {"reload": self._reload},
             "network.device": {"status": self._device_status},
             "network.interface": {
                 "dump": self._dump,
@@ -107,6 +107,11 @@ class State:
             return NOT_FOUND
         entry = self._interfaces[name]
         entry["state"] = entry.get(control, entry.get("state", "down"))
+        return OK
+
+    def _reload(self, _: dict[str, Any]) -> Answer:
+        for name in self._known_interfaces():
+            self._switch(name, "on_reload")
         return OK
 
     @staticmethod

@@ -11,9 +11,9 @@ The state file says what is on the bus, and is read again whenever it changes:
      "greeting":   "die"}
 
 An interface is up, pending, down or unknown (not on the bus). Given as an object, its other members go into the status
-reply; "on_up" and "on_down" are the states that these calls bring about, which hold until the file changes. "replies"
-puts any object and method on the bus, or replaces a reply (null: only a status). A fault, also as the greeting and for
-the method "<lookup>", is one of
+reply; "on_up", "on_down" and "on_reload" (netifd's) are the states that these calls bring about, which hold until the
+file changes. "replies" puts any object and method on the bus, or replaces a reply (null: only a status). A fault, also
+as the greeting and for the method "<lookup>", is one of
 
     "silent"            never answer              {"status": 6}      answer with this code only
     "die"               close after half of it    {"delay": 1.5}     answer after this many seconds
