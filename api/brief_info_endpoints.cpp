@@ -1,13 +1,12 @@
 // "/modem/brief_info" and "/modem/app/brief_info"; see brief_info_endpoints.h.
 #include "api/brief_info_endpoints.h"
 
-#include <cstdlib>
-
 #include "modem/configured_modems.h"
 #include "modem/debug.h"
 #include "modem/detection.h"
 #include "modem/discovery.h"
 #include "modem/modem_core/carrier.h"
+#include "modem/modem_core/firmware_version.h"
 #include "modem/modem_core/identity.h"
 #include "modem/modem_core/status_report.h"
 #include "platform/json.h"
@@ -17,22 +16,15 @@
 
 namespace {
 
-constexpr size_t VERSION_SIZE = 128;
-
-bool is_version_character(char character) {
-    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'Z') ||
-           (character >= 'a' && character <= 'z') || character == '.' || character == '_';
-}
-
 // Both models are asked for by a command of our own, which takes the modem on its usual bus: on another bus it is still
 // that one's version that is reported. Only the replies of these two tell the version in one line.
 void add_version(json_object *object) {
-    char of_ep06[VERSION_SIZE] = {};
-    char of_ec25[VERSION_SIZE] = {};
-    char version[VERSION_SIZE];
+    char of_ep06[128] = {};
+    char of_ec25[128] = {};
+    char version[FIRMWARE_VERSION_SIZE];
     getShellCommandReturn("vela_modem AT AT+QGMR | grep EP06", of_ep06);
     getShellCommandReturn("vela_modem AT AT+QGMR | grep EC25", of_ec25);
-    keep_version_characters(version, of_ep06[0] != '\0' ? of_ep06 : of_ec25);
+    keep_version_characters(of_ep06[0] != '\0' ? of_ep06 : of_ec25, version);
     vjson_add_string(object, "version", version);
 }
 
@@ -127,19 +119,4 @@ ModemModel detect_modem_app_brief_info(const char *bus, json_object *object) {
     modem_read_carrier(object, model);
     modem_read_status(object, model);
     return model;
-}
-
-void keep_version_characters(std::span<char> version, std::string_view line) {
-    size_t length = 0;
-    for (const char character : line) {
-        if (!is_version_character(character)) {
-            continue;
-        }
-        // One byte stays for the NUL.
-        if (length + 1 >= version.size()) {
-            abort();
-        }
-        version[length++] = character;
-    }
-    version[length] = '\0';
 }

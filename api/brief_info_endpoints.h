@@ -2,9 +2,6 @@
 // the mobile application.
 #pragma once
 
-#include <span>
-#include <string_view>
-
 #include "api/handler.h"
 
 // Request: nothing. Reply: "modems", an array with one object for each configured modem that is there, in the order of
@@ -24,7 +21,3 @@ int32_t get_modem_app_brief_info(json_object *request, json_object *reply);
 // no row what detect_unknow_modem reports. The ports are not looked at.
 ModemModel detect_modem_brief_info(const char *bus, json_object *object);
 ModemModel detect_modem_app_brief_info(const char *bus, json_object *object);
-
-// The letters, digits, dots and underscores (ASCII) of the modem's reply line, in order, into `version`, as in
-// "EC25EFAR06A03M4G". Aborts where they do not fit.
-void keep_version_characters(std::span<char> version, std::string_view line);

@@ -8,6 +8,10 @@
 #include "api/brief_info_endpoints.h"
 #include "api/info_endpoint.h"
 #include "api/modem_info_endpoints.h"
+#include "connection/config_endpoints.h"
+#include "connection/firmware_upgrade.h"
+#include "connection/link_endpoints.h"
+#include "connection/power_endpoints.h"
 #include "sms/sms_endpoints.h"
 
 namespace {
@@ -16,11 +20,11 @@ constexpr ApiEntity ENDPOINTS[] = {
     {"/modem/info", "get", get_modem_info},
     {"/modem/brief_info", "get", get_modem_brief_info},
     {"/modem/app/brief_info", "get", get_modem_app_brief_info},
-    {"/modem/auto", "post", operation_not_supported},
-    {"/modem/get", "get", operation_not_supported},
-    {"/modem/set", "post", operation_not_supported},
-    {"/modem/enable", "post", operation_not_supported},
-    {"/modem/reset", "post", operation_not_supported},
+    {"/modem/auto", "post", modem_auto_connect},
+    {"/modem/get", "get", get_modem_config},
+    {"/modem/set", "post", set_modem_config},
+    {"/modem/enable", "post", enable_modem},
+    {"/modem/reset", "post", reset_modem},
     {"/modem/at", "post", execute_modem_at},
     {"/modem/sms/list", "get", list_modem_sms},
     {"/modem/sms/delete", "post", delete_modem_sms},
@@ -29,13 +33,13 @@ constexpr ApiEntity ENDPOINTS[] = {
     {"/modem/sms/status", "post", operation_not_supported},
     {"/modem/sms/code", "post", operation_not_supported},
     {"/modem/cells/get", "post", modem_get_cells},
-    {"/modem/sim/switch", "post", operation_not_supported},
+    {"/modem/sim/switch", "post", modem_sim_switch},
     {"/modem/modem_info/get", "post", modem_get_modem_info},
     {"/modem/sms/forward", "post", operation_not_supported},
     {"/modem/sms/flist", "get", operation_not_supported},
     {"/modem/sms/account", "post", operation_not_supported},
-    {"/modem/upgrade", "post", operation_not_supported},
-    {"/modem/upgrade_status", "post", operation_not_supported},
+    {"/modem/upgrade", "post", modem_upgrade},
+    {"/modem/upgrade_status", "post", modem_upgrade_status},
 };
 
 static_assert(std::size(ENDPOINTS) == API_ENTITY_COUNT);

@@ -1,7 +1,10 @@
 // How a request names its modem; see handler.h.
 #include "api/handler.h"
 
+#include <cstring>
+
 #include "platform/json.h"
+#include "platform/shell.h"
 
 int32_t pick_row(json_object *request, const ModemModel **row) {
     if (!vjson_contain_key(request, "modem_id")) {
@@ -31,4 +34,13 @@ int32_t pick_modem(json_object *request, ModemModel *model) {
 
 int32_t pick_modem_on_bus(json_object *request, ModemModel *model) {
     return vjson_get_string(request, "bus") != nullptr ? pick_modem(request, model) : API_PARAMETER_MISSING;
+}
+
+const char *requested_bus(json_object *request) {
+    const char *bus = vjson_get_string(request, "bus");
+    return bus != nullptr ? bus : "1-1.2";
+}
+
+bool is_plain_bus(const char *bus) {
+    return is_shell_word(bus) && strchr(bus, '/') == nullptr;
 }

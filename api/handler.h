@@ -29,3 +29,10 @@ int32_t pick_modem(json_object *request, ModemModel *model);
 // The same for a handler that cannot do without the bus: API_PARAMETER_MISSING also where the request has no "bus", or
 // one that is no text.
 int32_t pick_modem_on_bus(json_object *request, ModemModel *model);
+
+// The bus that the request names; "1-1.2", where the first modem sits on all boards, where it names none.
+const char *requested_bus(json_object *request);
+
+// Whether a bus may stand in a shell command and in a path: letters, digits, "._:-". What a client names may be
+// anything, and goes into commands that remove files.
+bool is_plain_bus(const char *bus);

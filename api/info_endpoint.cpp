@@ -52,16 +52,10 @@ struct Passthrough {
     }
 };
 
-// Addresses and host names, and nothing that means something to a shell.
-bool is_plain_word(std::string_view text) {
-    constexpr std::string_view PLAIN = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ.:-_/";
-    return text.find_first_not_of(PLAIN) == text.npos;
-}
-
 // Whether the LAN bridge has the gateway for an address (or one that the gateway's text is found in).
 bool bridge_has(const char *gateway) {
     // The gateway is whatever somebody left in the configuration.
-    if (!is_plain_word(gateway)) {
+    if (!is_shell_word(gateway)) {
         return false;
     }
     char command[128];

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cli/connect_commands.h"
 #include "cli/convert.h"
 #include "modem/at_exchange.h"
 #include "modem/discovery.h"
@@ -33,19 +34,6 @@ void print_json(json_object *object) {
 int not_supported() {
     print_text("Not support");
     return EXIT_SUCCESS;
-}
-
-// connect serial|qmi <device> <server> <apn>. The program's name, the command and three more make five arguments; where
-// the fifth is missing the line is too short, while a missing sixth is a connection without an APN. Any other word than
-// these two is passed over in silence.
-int run_connect(const CommandContext &context) {
-    constexpr size_t FEWEST_ARGUMENTS = 3;
-    if (context.arguments.size() < FEWEST_ARGUMENTS) {
-        print_text("\nUsage:<vela_modem> <connect> <serial/qmi> <device> <server> <apn>");
-        return EXIT_SUCCESS;
-    }
-    const char *mode = context.arguments[0];
-    return strcmp(mode, "serial") == 0 || strcmp(mode, "qmi") == 0 ? not_supported() : EXIT_SUCCESS;
 }
 
 // AT [device] <command>. Without a device the command goes to the model's AT port. With more than two arguments neither
@@ -192,9 +180,9 @@ int run_convert(const CommandContext &context) {
 // clang-format off
 constexpr Command COMMANDS[] = {
     {"connect", run_connect},
-    {"connect-auto", nullptr},
-    {"new-connect-auto", nullptr},
-    {"disconnect", nullptr},
+    {"connect-auto", run_connect_auto},
+    {"new-connect-auto", run_new_connect_auto},
+    {"disconnect", run_disconnect},
     {"sim-status", run_sim_status},
     {"AT", run_at},
     {"signal", run_signal},
@@ -219,7 +207,7 @@ std::span<const Command> all_commands() {
 int run_command(const char *name, const CommandContext &context) {
     for (const Command &command : COMMANDS) {
         if (strcmp(command.name, name) == 0) {
-            return command.run != nullptr ? command.run(context) : not_supported();
+            return command.run(context);
         }
     }
     print_text("\nUsage:<vela_modem> <command> [option]");

@@ -17,7 +17,7 @@ struct CommandContext {
 
 struct Command {
     const char *name;
-    // Returns the exit status of the process. Null: this build does not carry the operation.
+    // Returns the exit status of the process.
     int (*run)(const CommandContext &context);
 };
 

@@ -34,6 +34,6 @@ int main(int argc, char **argv) {
         return EXIT_SUCCESS;
     }
     DEBUG_printf("%s\n", json_object_to_json_string_ext(report.get(), JSON_C_TO_STRING_PRETTY));
-    cur_dev = model.modem_id;
+    set_current_modem(model);
     return run_command(arguments.command, {.model = model, .arguments = arguments.rest});
 }

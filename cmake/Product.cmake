@@ -12,9 +12,18 @@ add_library(vela_core STATIC
     api/modem_info_endpoints.cpp
     cli/arguments.cpp
     cli/commands.cpp
+    cli/connect_commands.cpp
     cli/convert.cpp
     connection/bring_up.cpp
+    connection/config_endpoints.cpp
+    connection/connect.cpp
+    connection/firmware_upgrade.cpp
     connection/interface_control.cpp
+    connection/link_endpoints.cpp
+    connection/multiwan.cpp
+    connection/network_config.cpp
+    connection/power.cpp
+    connection/power_endpoints.cpp
     modem/at_exchange.cpp
     modem/at_query.cpp
     modem/at_reply.cpp
@@ -27,6 +36,7 @@ add_library(vela_core STATIC
     modem/model_table.cpp
     modem/modem_core/carrier.cpp
     modem/modem_core/carrier_by_bus.cpp
+    modem/modem_core/firmware_version.cpp
     modem/modem_core/identity.cpp
     modem/modem_core/mode_band.cpp
     modem/modem_core/registration.cpp

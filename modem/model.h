@@ -118,3 +118,9 @@ void replace_modem_struct(ModemModel *model, const char *bus);
 
 // modem_id of the modem that the process works on, -1 while there is none.
 extern int32_t cur_dev;
+
+// Makes a copy, bound to its bus, the modem that the process works on.
+void set_current_modem(const ModemModel &model);
+
+// That copy; the row of cur_dev where that alone was set since. Null while there is none.
+const ModemModel *current_modem();

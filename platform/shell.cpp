@@ -216,3 +216,8 @@ int fork_exec2(const char *command) {
 int cmm_check_file_is_exist(const char *path) {
     return access(path, F_OK) == 0;
 }
+
+bool is_shell_word(std::string_view text) {
+    constexpr std::string_view PLAIN = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ._:/-";
+    return text.find_first_not_of(PLAIN) == text.npos;
+}

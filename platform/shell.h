@@ -7,6 +7,7 @@
 #pragma once
 
 #include <span>
+#include <string_view>
 
 // Runs the command, waits for it and puts its whole standard output, newlines included, into `out`.
 // Output beyond the buffer is read and dropped, so that the command runs to its end. No output: an empty text.
@@ -33,3 +34,7 @@ int fork_exec2(const char *command);
 
 // Non-zero when the file exists.
 int cmm_check_file_is_exist(const char *path);
+
+// Whether a shell takes the text for itself and nothing else: letters, digits and "._:/-" only. What a client or the
+// configuration names goes into a command only where it is such a word; an empty text is one.
+bool is_shell_word(std::string_view text);

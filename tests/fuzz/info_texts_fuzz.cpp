@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "api/brief_info_endpoints.h"
 #include "api/info_endpoint.h"
 #include "fuzz_support.h"
+#include "modem/modem_core/firmware_version.h"
 #include "platform/owners.h"
 
 namespace {
@@ -18,16 +18,18 @@ bool is_kept(char character) {
            strchr("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz._", character) != nullptr;
 }
 
-void check_version(const std::string &line) {
+void check_version(const std::string &text) {
     std::string kept;
-    for (const char character : line) {
+    for (const char character : text) {
+        if (character == '\0' || kept.size() == FIRMWARE_VERSION_SIZE - 1) {
+            break;
+        }
         if (is_kept(character)) {
             kept += character;
         }
     }
-    // As long as what is kept, and not a byte more.
-    std::vector<char> version(kept.size() + 1);
-    keep_version_characters(version, line);
+    std::vector<char> version(FIRMWARE_VERSION_SIZE);
+    keep_version_characters(text.c_str(), version);
     require(version.data() == kept);
 }
 

@@ -21,6 +21,9 @@
 //   probe wifi-move                moves the automatic channel off the modems' bands
 //   probe mcu BUS                  what the microcontroller is told
 //   probe bring-up COUNT INTERFACE data interface up;  probe take-down COUNT INTERFACE
+//   probe connect-serial BUS FLAGS DEVICE  as if the model had these flags;  probe connect-qcm BUS DEVICE ("-": none)
+//   probe mwan3 INTERFACE [VISIBILITY]  the interface's place in mwan3;  probe metric INTERFACE BUS
+//   probe ttl INTERFACE TTL DEVICE forced TTL
 //   probe set-apn BUS APN          writes the APN, or the APN with its credentials, into the modem; -17 where the model
 //   probe set-ath BUS APN USER PASSWORD AUTHENTICATION                                           does not support it
 //
@@ -35,7 +38,9 @@
 #include "api/brief_info_endpoints.h"
 #include "api/handler.h"
 #include "connection/bring_up.h"
+#include "connection/connect.h"
 #include "connection/interface_control.h"
+#include "connection/multiwan.h"
 #include "modem/debug.h"
 #include "modem/detection.h"
 #include "modem/modem_core/mode_band.h"
@@ -43,6 +48,7 @@
 #include "modem/modem_core/signal.h"
 #include "modem/modem_core/status_report.h"
 #include "platform/owners.h"
+#include "platform/text.h"
 #include "router/mcu.h"
 #include "router/passthrough.h"
 #include "router/wifi_channel.h"
@@ -123,6 +129,31 @@ int set_ath(const Call &call) {
                : model.ops.set_ath(model, call.text(1), call.text(2), call.text(3), call.text(4));
 }
 
+// The modem that the process works on then, -1 where there is none.
+int with_current_modem(int result, json_object *reply) {
+    const ModemModel *current = current_modem();
+    json_object_object_add(reply, "current", json_object_new_int(current != nullptr ? current->modem_id : -1));
+    return result;
+}
+
+int connect_serial(const Call &call) {
+    ModemModel model = call.modem();
+    model.proto_flags = static_cast<uint32_t>(strtoul(call.text(1), nullptr, 0));
+    return with_current_modem(modem_connect_serial(model, {.device = call.text(2)}), call.reply);
+}
+
+int connect_qcm(const Call &call) {
+    const char *device = strcmp(call.text(1), "-") == 0 ? nullptr : call.text(1);
+    return with_current_modem(modem_connect_qcm(call.modem(), {.device = device}), call.reply);
+}
+
+int force_ttl(const Call &call) {
+    ModemModel model = *modem_head;
+    text_copy(model.ifname, call.text(0));
+    model.ttl = static_cast<uint8_t>(call.number(1));
+    return modem_set_ttl(model, call.text(2));
+}
+
 struct Operation {
     const char *name;
     size_t arguments;
@@ -164,6 +195,12 @@ constexpr Operation OPERATIONS[] = {
     {"mcu", 1, [](const Call &call) { return modem_mcu_interface(call.text(0), call.reply); }},
     {"bring-up", 2, [](const Call &call) { return modem_serial_connect(call.number(0), call.text(1)); }},
     {"take-down", 2, [](const Call &call) { return modem_disconnect(call.number(0), call.text(1)); }},
+    {"connect-serial", 3, connect_serial},
+    {"connect-qcm", 2, connect_qcm},
+    {"mwan3", 1, [](const Call &call) { return set_mwan3(call.text(0), nullptr), 0; }},
+    {"mwan3", 2, [](const Call &call) { return set_mwan3(call.text(0), call.text(1)), 0; }},
+    {"ttl", 3, force_ttl},
+    {"metric", 2, [](const Call &call) { return change_metric_value(call.text(0), call.text(1)); }},
     {"set-apn", 2, set_apn},
     {"set-ath", 5, set_ath},
 };

@@ -38,20 +38,12 @@ ENDPOINTS = [tuple(line.split()) for line in TABLE.splitlines()]
 
 # Endpoints whose handlers are still to come: they answer -17 to everything. Rows are only ever taken off this list.
 PENDING = [
-    ("post", "/modem/auto"),
-    ("get", "/modem/get"),
-    ("post", "/modem/set"),
-    ("post", "/modem/enable"),
-    ("post", "/modem/reset"),
     ("post", "/modem/sms/send"),
     ("post", "/modem/sms/status"),
     ("post", "/modem/sms/code"),
-    ("post", "/modem/sim/switch"),
     ("post", "/modem/sms/forward"),
     ("get", "/modem/sms/flist"),
     ("post", "/modem/sms/account"),
-    ("post", "/modem/upgrade"),
-    ("post", "/modem/upgrade_status"),
 ]
 
 

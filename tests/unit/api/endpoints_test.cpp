@@ -47,9 +47,8 @@ constexpr struct {
 
 // Endpoints whose operation this build does not carry. One that is added leaves this list.
 const std::set<std::string> NOT_CARRIED = {
-    "/modem/auto",      "/modem/get",         "/modem/set",      "/modem/enable",         "/modem/reset",
-    "/modem/sms/send",  "/modem/sms/status",  "/modem/sms/code", "/modem/sim/switch",     "/modem/sms/forward",
-    "/modem/sms/flist", "/modem/sms/account", "/modem/upgrade",  "/modem/upgrade_status",
+    "/modem/sms/send",    "/modem/sms/status", "/modem/sms/code",
+    "/modem/sms/forward", "/modem/sms/flist",  "/modem/sms/account",
 };
 
 const ApiEntity *table() {

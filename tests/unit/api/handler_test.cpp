@@ -164,4 +164,13 @@ TEST(PickModemOnBus, an_empty_bus_is_there) {
     EXPECT_STREQ(picked.model.bus, "");
 }
 
+TEST(Bus, plain_ones_may_stand_in_a_command_and_a_path) {
+    for (const char *bus : {"", "1-1.2", "2-1.2", "1-1.2:1.0", "foo"}) {
+        EXPECT_TRUE(is_plain_bus(bus)) << bus;
+    }
+    for (const char *bus : {"1-1.2;reboot", " /", "1-1.2/../../etc", "/", "$(x)", "1-1.2\n"}) {
+        EXPECT_FALSE(is_plain_bus(bus)) << bus;
+    }
+}
+
 } // namespace

@@ -115,8 +115,80 @@ TEST(ReplaceModemStruct, a_bus_of_10_characters_or_more_aborts) {
     EXPECT_ABORT(replace_modem_struct(&copy, std::string(100000, '1').c_str()));
 }
 
-TEST(CurrentDevice, there_is_none_at_first) {
+class CurrentModem : public testing::Test {
+protected:
+    ~CurrentModem() override { set_current_modem(no_model()); }
+    static ModemModel no_model() {
+        ModemModel model = {};
+        model.modem_id = MODEM_ID_NONE;
+        return model;
+    }
+    static ModemModel on_bus(int32_t modem_id, const char *bus) {
+        ModemModel copy = *modem_list_find_id(modem_head, modem_id);
+        replace_modem_struct(&copy, bus);
+        return copy;
+    }
+};
+
+TEST_F(CurrentModem, there_is_none_at_first) {
     EXPECT_EQ(cur_dev, -1);
+    EXPECT_EQ(current_modem(), nullptr);
+}
+
+TEST_F(CurrentModem, is_the_copy_that_was_set_with_its_bus) {
+    set_current_modem(on_bus(3, "2-1.2"));
+    EXPECT_EQ(cur_dev, 3);
+    ASSERT_NE(current_modem(), nullptr);
+    EXPECT_STREQ(current_modem()->ifname, "modem_2_1_2");
+    EXPECT_STREQ(current_modem()->bus, "2-1.2");
+    set_current_modem(on_bus(3, "1-1.2"));
+    EXPECT_STREQ(current_modem()->bus, "1-1.2");
+}
+
+TEST_F(CurrentModem, does_not_change_with_what_it_was_copied_from) {
+    ModemModel copy = on_bus(3, "1-1.2");
+    set_current_modem(copy);
+    replace_modem_struct(&copy, "2-1.2");
+    EXPECT_STREQ(current_modem()->bus, "1-1.2");
+}
+
+TEST_F(CurrentModem, is_the_row_where_only_the_number_was_set) {
+    cur_dev = 5;
+    EXPECT_EQ(current_modem(), modem_list_find_id(modem_head, 5));
+    set_current_modem(on_bus(3, "1-1.2"));
+    cur_dev = 40;
+    EXPECT_EQ(current_modem(), modem_list_find_id(modem_head, 40));
+    cur_dev = 3;
+    EXPECT_STREQ(current_modem()->bus, "1-1.2") << "the copy is the one of this number";
+}
+
+TEST_F(CurrentModem, of_a_number_that_no_row_has_is_none) {
+    for (int32_t number : {2, -2, 256, INT32_MIN}) {
+        cur_dev = number;
+        EXPECT_EQ(current_modem(), nullptr) << number;
+    }
+}
+
+TEST_F(CurrentModem, is_none_again_once_it_is_taken_back) {
+    set_current_modem(on_bus(3, "1-1.2"));
+    cur_dev = MODEM_ID_NONE;
+    EXPECT_EQ(current_modem(), nullptr);
+    set_current_modem(no_model());
+    EXPECT_EQ(cur_dev, -1);
+    EXPECT_EQ(current_modem(), nullptr);
+}
+
+TEST_F(CurrentModem, a_model_without_an_id_is_none_whatever_its_name) {
+    ModemModel copy = on_bus(3, "1-1.2");
+    copy.modem_id = MODEM_ID_NONE;
+    set_current_modem(copy);
+    EXPECT_EQ(current_modem(), nullptr);
+}
+
+TEST_F(CurrentModem, the_unknown_device) {
+    set_current_modem(on_bus(255, "1-1.2"));
+    EXPECT_EQ(cur_dev, 255);
+    EXPECT_STREQ(current_modem()->ifname, "modem_1_1_2");
 }
 
 } // namespace

@@ -368,4 +368,17 @@ TEST(ShellHost, the_working_directory_stays) {
     EXPECT_STREQ(after.data(), before.data());
 }
 
+TEST(ShellWord, what_a_shell_takes_for_itself) {
+    for (const char *text : {"", "1-1.2", "/dev/cdc-wdm0", "192.168.8.1", "fe80::1", "modem_1_1_2", "AZaz09"}) {
+        EXPECT_TRUE(is_shell_word(text)) << text;
+    }
+}
+
+TEST(ShellWord, what_it_would_take_apart) {
+    for (const char *text : {" ", "a b", "a\n", "a;b", "$x", "`x`",   "a&", "a|b", "'", "\"", "\\",
+                             "*", "?",   "~",   "a>b", "(",  "{a,b}", "!",  "#",   "%", "=",  "\xc3\xa4"}) {
+        EXPECT_FALSE(is_shell_word(text)) << text;
+    }
+}
+
 } // namespace
