@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Shows the program at work, on a simulated router with an EC25, an EP06 and an MC7430: each command as it is typed, what it prints, and at
-the end what the router and the modem saw of it."""
+"""Shows the program at work, on a simulated router with an EC25, an EP06 and an MC7430: each command as it is typed,
+what it prints, and at the end what the router and the modem saw of it."""
 
 import shlex
 import sys
@@ -8,7 +8,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from showcase import showcase  # noqa: E402
+from showcase import new_router, showcase  # noqa: E402
 from velasim.router import Router, RouterError  # noqa: E402
 
 REQUEST = '{"at-command":"AT+CSQ","at-port":"/dev/ttyUSB2"}'
@@ -44,6 +44,21 @@ STEPS = [
 ]
 
 
+# What follows is in a second router, whose modem has not been set up.
+INTERFACE = "modem_1_1_2"
+SETTINGS = '{"modem_id":3,"device":"/dev/cdc-wdm0","service":"fdd_lte","apn":"web.vodafone.de","ttl":64}'
+UCI = "uci show network.{0}; uci show mwan3.{0}; uci show velamodem.{0}; uci get firewall.@zone[1].network"
+CONNECTION_STEPS = [
+    ("Now the link: /modem/set writes the interface, mwan3, TTL and firewall, and asks netifd to bring it up.",
+     ["vela_api", "post", "/modem/set", SETTINGS]),
+    ("", ["dash", "-c", UCI.format(INTERFACE)]),
+    ("", ["ubus", "call", f"network.interface.{INTERFACE}", "status"]),
+    ("/modem/get reads it back, and /modem/enable takes it down.", ["vela_api", "get", "/modem/get"]),
+    ("", ["vela_api", "post", "/modem/enable", '{"disable":true}']),
+    ("", ["ubus", "call", f"network.interface.{INTERFACE}", "status"]),
+]
+
+
 def show(router: Router, text: str, command: list[str]) -> bool:
     if text:
         print(f"\n\033[1m{text}\033[0m" if sys.stdout.isatty() else f"\n{text}")
@@ -62,11 +77,34 @@ def show_events(router: Router) -> None:
             print(f"  {event['kind']}  {event.get('command') or event.get('argv') or event}")
 
 
+def show_automatic_connection(router: Router) -> bool:
+    """connect-auto, with a network that takes the second APN only."""
+    print("\nThe same by itself: connect-auto takes the SIM's IMSI to the APN database and tries what it finds there.\n"
+          "This network takes the second APN only.")
+    router.set_ubus_state({"interfaces": {INTERFACE: "down"}})
+    process = router.start("vela_modem", "connect-auto")
+    print("router# vela_modem connect-auto")
+    tried: list[str] = []
+    while process.poll() is None:
+        apn = router.run("uci", "-q", "get", f"network.{INTERFACE}.apn").stdout.strip()
+        if apn and apn not in tried:
+            tried.append(apn)
+            print(f"  trying {apn}")
+        if len(tried) == 2:
+            router.set_ubus_state({"interfaces": {INTERFACE: {"state": "up", "l3_device": "wwan0"}}})
+    print(process.communicate()[0].decode().strip())
+    return show(router, "", ["uci", "get", f"network.{INTERFACE}.apn"]) and len(tried) == 2
+
+
 def main() -> int:
     try:
         with showcase() as router:
             passed = [show(router, text, command) for text, command in STEPS]
             show_events(router)
+        with new_router() as router:
+            passed += [show(router, text, command) for text, command in CONNECTION_STEPS]
+        with new_router() as router:
+            passed.append(show_automatic_connection(router))
     except RouterError as problem:
         print(f"demo: {problem}", file=sys.stderr)
         return 1

@@ -42,9 +42,24 @@ Length: 26
 Your data volume is 10 GB.
 """
 
+# What the network of the new router's SIM is thought to need; the first is out of date.
+APN_DATABASE = """module.exports.apnData = {"apns": {"apn": [
+  {"carrier": "Vodafone.de", "-mcc": "262", "-mnc": "02", "-apn": "volume.d2gprs.de", "-type": "default,supl"},
+  {"carrier": "Vodafone.de MMS", "-mcc": "262", "-mnc": "02", "-apn": "event.vodafone.de", "-type": "mms"},
+  {"carrier": "Vodafone.de", "-mcc": "262", "-mnc": "02", "-apn": "web.vodafone.de", "-type": "default,supl"}
+]}};
+"""
+
 BUS = {"interfaces": {"modem_1_1_2": "up", "modem_2_1_2": "down"}}
 
 
 def showcase() -> Router:
     files = {"/etc/spool/sms/incoming/VMS99.k3Yt0w": MESSAGE}
     return Router(modems=MODEMS, files=files, uci=CONFIGURATION, ubus=BUS)
+
+
+def new_router() -> Router:
+    """A router with an EC25 that has not been set up. What waits for the modem or the link does not wait for long."""
+    files = {"/www/src/lib/apn-config.js": APN_DATABASE, "/tmp/sim_status": "ready\n", "/tmp/sim_type": "other\n"}
+    bus = {"interfaces": {"modem_1_1_2": {"state": "down", "on_up": "up", "on_reload": "down"}}}
+    return Router("ec25", files=files, ubus=bus, quick=True)

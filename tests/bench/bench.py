@@ -11,6 +11,7 @@ import sys
 from pathlib import Path
 
 from apn_lookup import bench_apn_lookup
+from connection import bench_connection
 from discovery import bench_discovery
 from exchange import bench_exchange
 from information import bench_information
@@ -33,6 +34,7 @@ def main() -> int:
     bench_discovery(build)
     bench_status(build, runs)
     bench_information(build, runs)
+    bench_connection(build, runs)
     bench_messages(build)
     bench_apn_lookup(build)
     bench_reply_parsers(build)
