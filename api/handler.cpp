@@ -44,3 +44,9 @@ const char *requested_bus(json_object *request) {
 bool is_plain_bus(const char *bus) {
     return is_shell_word(bus) && strchr(bus, '/') == nullptr;
 }
+
+int32_t pick_row_and_bus(json_object *request, const ModemModel **row, const char **bus) {
+    *bus = requested_bus(request);
+    const int32_t picked = pick_row(request, row);
+    return picked == API_OK && !is_plain_bus(*bus) ? API_PARAMETER_MISSING : picked;
+}

@@ -33,6 +33,10 @@ int32_t pick_modem_on_bus(json_object *request, ModemModel *model);
 // The bus that the request names; "1-1.2", where the first modem sits on all boards, where it names none.
 const char *requested_bus(json_object *request);
 
+// The row that "modem_id" names and the bus, for a handler that puts the bus into commands. Returns what pick_row does,
+// and API_PARAMETER_MISSING also for a bus that is no plain one.
+int32_t pick_row_and_bus(json_object *request, const ModemModel **row, const char **bus);
+
 // Whether a bus may stand in a shell command and in a path: letters, digits, "._:-". What a client names may be
 // anything, and goes into commands that remove files.
 bool is_plain_bus(const char *bus);

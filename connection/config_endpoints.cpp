@@ -122,13 +122,10 @@ void report_config(const InterfaceReader &reader) {
 
 int32_t set_modem_config(json_object *request, json_object * /*reply*/) {
     const ModemModel *row = nullptr;
-    const int32_t picked = pick_row(request, &row);
+    const char *bus = nullptr;
+    const int32_t picked = pick_row_and_bus(request, &row, &bus);
     if (picked != API_OK) {
         return picked;
-    }
-    const char *bus = requested_bus(request);
-    if (!is_plain_bus(bus)) {
-        return API_PARAMETER_MISSING;
     }
     ModemModel model = *row;
     replace_modem_struct(&model, bus);

@@ -68,13 +68,10 @@ void select_sim(const SimSlot &slot) {
 
 int32_t reset_modem(json_object *request, json_object * /*reply*/) {
     const ModemModel *row = nullptr;
-    const int32_t picked = pick_row(request, &row);
+    const char *bus = nullptr;
+    const int32_t picked = pick_row_and_bus(request, &row, &bus);
     if (picked != API_OK) {
         return picked;
-    }
-    const char *bus = requested_bus(request);
-    if (!is_plain_bus(bus)) {
-        return API_PARAMETER_MISSING;
     }
     char underscored[BUS_SIZE] = {};
     replace_bus_name(bus, underscored);

@@ -12,6 +12,7 @@ import termios
 from dataclasses import dataclass
 from typing import Callable, Iterator
 
+import pytest
 from velasim import Router
 from velasim.router import Process, Result
 
@@ -188,3 +189,23 @@ def stopped_at_the_lock(r: Router, argv: list[str]) -> Iterator[Process]:
 
 def silent_reads(lines: list[str]) -> int:
     return sum(bool(re.match(r"read\(.* = (0|-1 .*)$", line)) for line in lines)
+
+
+@contextlib.contextmanager
+def no_device(r: Router) -> Iterator[None]:
+    """The AT port's device is gone from /dev."""
+    r.remove(AT_PORT)
+    yield
+
+
+@contextlib.contextmanager
+def no_interface(r: Router) -> Iterator[None]:
+    """The USB interface of the AT port is gone from sysfs."""
+    port = AT_PORT.removeprefix("/dev/")
+    [interface] = [path for path in r.host_path(DEVICE).iterdir() if (path / port).exists()]
+    r.remove(f"{DEVICE}/{interface.name}")
+    yield
+
+
+# For tests of a modem on bus 1-1.2 that cannot be asked: no exchange comes about, in three ways.
+unreachable = pytest.mark.parametrize("state", [locked, no_device, no_interface], ids=lambda state: state.__name__)

@@ -10,7 +10,7 @@ from typing import Iterator
 
 import pytest
 from probe_client import probe
-from support import AT_PORT, DEVICE, locked, usable
+from support import unreachable, usable
 from velasim import Router
 
 BUS = "1-1.2"
@@ -264,19 +264,7 @@ def test_how_long_a_report_may_be(router):
         assert (served(r, reply) is not None) == has_level, length
 
 
-@contextlib.contextmanager
-def no_device(r: Router) -> Iterator[None]:
-    r.remove(AT_PORT)
-    yield
-
-
-@contextlib.contextmanager
-def no_interface(r: Router) -> Iterator[None]:
-    r.remove(f"{DEVICE}/{BUS}:1.3")
-    yield
-
-
-@pytest.mark.parametrize("state", [locked, no_device, no_interface], ids=lambda state: state.__name__)
+@unreachable
 def test_a_modem_that_does_not_answer_passes_for_a_registered_one(router, state):
     r = router("mc7430", ubus=False)
     with state(r):

@@ -1,6 +1,5 @@
 """The NL678E: its signal report, cell list, network mode and registration, and the APN that is written into it."""
 
-import contextlib
 import json
 import re
 from pathlib import Path
@@ -8,7 +7,7 @@ from typing import Iterator
 
 import pytest
 from probe_client import parse, probe, run_probe
-from support import ABORTED, AT_PORT, DEVICE, locked
+from support import ABORTED, unreachable
 from velasim import Router
 
 BUS = "1-1.2"
@@ -55,21 +54,6 @@ def status(r: Router) -> dict:
     result, reply = probe(r, "status", BUS)
     assert result == 0
     return reply
-
-
-@contextlib.contextmanager
-def no_device(r: Router) -> Iterator[None]:
-    r.remove(AT_PORT)
-    yield
-
-
-@contextlib.contextmanager
-def no_interface(r: Router) -> Iterator[None]:
-    r.remove(f"{DEVICE}/{BUS}:1.2")
-    yield
-
-
-unreachable = pytest.mark.parametrize("state", [locked, no_device, no_interface], ids=lambda state: state.__name__)
 
 
 # The cells

@@ -1,6 +1,5 @@
 """What is written into Quectel modems: the thermal limits, the default bands, the APN and its credentials."""
 
-import contextlib
 import json
 import re
 from pathlib import Path
@@ -8,7 +7,7 @@ from typing import Iterator
 
 import pytest
 from probe_client import parse, run_probe
-from support import ABORTED, AT_PORT, DEVICE, MODELS, locked, usable
+from support import ABORTED, AT_PORT, MODELS, no_interface, unreachable, usable
 from velasim import Router
 from velasim.router import Process
 
@@ -26,22 +25,6 @@ def sent(r: Router) -> list[tuple[str, str]]:
 
 def port_of(name: str) -> str:
     return MODELS[name].control_port.removeprefix("/dev/")
-
-
-@contextlib.contextmanager
-def no_device(r: Router) -> Iterator[None]:
-    r.remove(AT_PORT)
-    yield
-
-
-@contextlib.contextmanager
-def no_interface(r: Router) -> Iterator[None]:
-    r.remove(f"{DEVICE}/{BUS}:1.2")
-    yield
-
-
-# Three ways in which no exchange comes about.
-unreachable = pytest.mark.parametrize("state", [locked, no_device, no_interface], ids=lambda state: state.__name__)
 
 
 # The thermal limits
