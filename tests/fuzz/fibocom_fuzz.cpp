@@ -18,7 +18,7 @@ namespace {
 constexpr int32_t UNTOUCHED = -77;
 
 // Objects of texts that leave the program as JSON which parses.
-void check_objects(json_object *array) {
+void check_texts(json_object *array) {
     for (size_t i = 0; i < json_object_array_length(array); i++) {
         json_object_object_foreach(json_object_array_get_idx(array, i), key, value) {
             require(json_object_is_type(value, json_type_string));
@@ -36,7 +36,7 @@ void check_signal(std::string_view cesq, std::string_view csq) {
     json_object_array_add(signals.get(), signal);
     int32_t level = UNTOUCHED;
     read_fibocom_signal(cesq, csq, signal, &level);
-    check_objects(signals.get());
+    check_texts(signals.get());
     require(level >= 1 && level <= 4);
     require((json_object_object_get_ex(signal, "rssi", nullptr) != 0) == (csq.find("+CSQ:") != csq.npos));
 }
@@ -64,7 +64,7 @@ size_t neighbours_in(std::string_view reply) {
 void check_cells(std::string_view reply, std::string_view csq) {
     const Json cells(json_object_new_array());
     read_fibocom_cells(reply, csq, cells.get());
-    check_objects(cells.get());
+    check_texts(cells.get());
     const bool has_serving_cell = reply.find("LTE service cell:") != reply.npos;
     require(json_object_array_length(cells.get()) == neighbours_in(reply) + (has_serving_cell ? 1 : 0));
     const char *mode = read_fibocom_mode(reply);
