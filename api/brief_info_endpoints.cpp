@@ -17,7 +17,7 @@
 namespace {
 
 // Both models are asked for by a command of our own, which takes the modem on its usual bus: on another bus it is still
-// that one's version that is reported. Only the replies of these two tell the version in one line.
+// that one's version that is reported.
 void add_version(json_object *object) {
     char of_ep06[128] = {};
     char of_ec25[128] = {};

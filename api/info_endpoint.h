@@ -23,9 +23,8 @@ int32_t get_modem_info(json_object *request, json_object *reply);
 
 // --- Without I/O ---
 
-// Appends the DNS servers of a list with commas between them to the array, all but the first: that one is the gateway's
-// own, and clients list it themselves. A server is what stands between two commas, an empty text too. Aborts where one
-// has 256 characters or more.
+// Appends the DNS servers of a list with commas between them to the array, all but the first; clients know the list
+// so. A server is what stands between two commas, an empty text too. Aborts where one has 256 characters or more.
 void add_further_dns_servers(json_object *servers, std::string_view list);
 
 // Whether all modems count as switched off, so that no Wi-Fi channel needs to be recommended. Of the list's positions

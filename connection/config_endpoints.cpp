@@ -22,6 +22,14 @@ constexpr size_t VALUE_SIZE = 1024;
 
 constexpr size_t IFNAME_SIZE = 20; // "modem_1_1_2"
 
+// A text of the request. One that could not be read back aborts before anything is written.
+const char *setting(json_object *request, const char *key) {
+    const char *text = vjson_get_string(request, key);
+    char readable[VALUE_SIZE];
+    text_copy(readable, text != nullptr ? text : "");
+    return text;
+}
+
 bool is_at_port(const ModemModel &model, const char *device) {
     char port[PORT_PATH_SIZE] = {};
     return modem_search_port(model.bus, model.control_port, port) > 0 && strcmp(port, device) == 0;
@@ -130,16 +138,16 @@ int32_t set_modem_config(json_object *request, json_object * /*reply*/) {
     ModemModel model = *row;
     replace_modem_struct(&model, bus);
     const ConnectionSettings settings = {
-        .device = vjson_get_string(request, "device"),
-        .service = vjson_get_string(request, "service"),
-        .apn = vjson_get_string(request, "apn"),
-        .pincode = vjson_get_string(request, "pincode"),
-        .dialnumber = vjson_get_string(request, "dianum"),
-        .username = vjson_get_string(request, "username"),
-        .password = vjson_get_string(request, "password"),
-        .auth = vjson_get_string(request, "ath"),
-        .mtu = vjson_get_string(request, "mtu"),
-        .isp_operator = vjson_get_string(request, "operator"),
+        .device = setting(request, "device"),
+        .service = setting(request, "service"),
+        .apn = setting(request, "apn"),
+        .pincode = setting(request, "pincode"),
+        .dialnumber = setting(request, "dianum"),
+        .username = setting(request, "username"),
+        .password = setting(request, "password"),
+        .auth = setting(request, "ath"),
+        .mtu = setting(request, "mtu"),
+        .isp_operator = setting(request, "operator"),
     };
     if (settings.device == nullptr) {
         return API_DEVICE_MISSING;

@@ -14,7 +14,7 @@ constexpr int32_t API_DEVICE_IS_AT_PORT = -265;
 // "dianum", "username", "password", "ath", "proto" ("qcm" alone matters) and "ttl" (0 to 255; of a larger number the
 // low eight bits). Writes the interface and connects. Returns 0, API_PARAMETER_MISSING (also where the bus is no plain
 // one, is_plain_bus), API_NO_SUCH_MODEM or one of the codes above. Aborts before anything is written where the bus has
-// 10 characters or more.
+// 10 characters or more, or a text 1024.
 int32_t set_modem_config(json_object *request, json_object *reply);
 
 // "/modem/get" (get): what is configured for the modem on "bus", as "config". The keys "dialnum" and "authentication"

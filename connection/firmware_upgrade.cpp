@@ -112,7 +112,7 @@ int32_t modem_upgrade(json_object *request, json_object *reply) {
     }
     UpgradeRequest upgrade;
     if (const char *missing = read_request(request, &upgrade); missing != nullptr) {
-        // Nothing has changed, so nobody is notified.
+        // Of all refusals this one alone notifies nobody; clients know it so.
         vjson_add_string(reply, "msg", missing);
         return KEY_MISSING;
     }

@@ -17,7 +17,7 @@ namespace {
 
 constexpr size_t COMMAND_SIZE = 100;
 
-// The halvor's connection cache would go on sending packets over the old link.
+// The halvor's connection cache is stopped whenever a link changes.
 void stop_connection_cache() {
     if (strcmp(get_model_name(), "halvor") == 0) {
         execCommand("/etc/init.d/shortcut-fe stop");
@@ -46,7 +46,7 @@ int32_t enable_modem(json_object *request, json_object * /*reply*/) {
     constexpr int32_t BUS_TIMEOUT_S = 5;
     ModemModel model = {};
     replace_modem_struct(&model, requested_bus(request));
-    if (!is_plain_bus(model.bus)) {
+    if (model.bus[0] == '\0' || !is_plain_bus(model.bus)) {
         return API_PARAMETER_MISSING;
     }
     const bool disable = vjson_get_boolean(request, "disable") != 0;

@@ -160,6 +160,6 @@ void modem_at_reset(const char *bus, int port_number, const char *command) {
     if (soft_reset_mode(port, command) != 0) {
         syslog(LOG_DEBUG, "reset failed\n");
     }
-    // Said after a failure too: the log's readers count resets by it.
+    // Said after a failure, too: whoever reads the log knows the two lines so.
     syslog(LOG_DEBUG, "reset success\n");
 }

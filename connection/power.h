@@ -4,12 +4,12 @@
 
 #include <cstdint>
 
-// Switches the supply of the modem on the bus off and on again, or pulses its reset line, as the board has it; takes a
-// second. Does nothing on a board without a control file. Returns 0.
+// Switches the supply of the modem on the bus off and on again by the board's control file; takes a second. Does
+// nothing on a board without a control file. Returns 0.
 int modem_hw_power(const char *bus);
 
-// The AT command that resets a model; null where it has none. A reset by request and a switch of SIMs differ for some
-// models, whose modem has to lose its supply to notice the other SIM.
+// The AT command that resets a model; null where it has none. For a reset by request and for a switch of SIMs they
+// differ: in the second case models 6 and those without a command are switched by their supply.
 const char *reset_command(int32_t modem_id);
 const char *sim_switch_command(int32_t modem_id);
 

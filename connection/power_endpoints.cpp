@@ -121,8 +121,7 @@ int32_t modem_sim_switch(json_object *request, json_object * /*reply*/) {
     text_format(show_signal, "sleep 15 && modem_signal_led.sh %s", bus[0] != '\0' ? bus : "2-1.2");
     prepare_sim_gpio();
     select_sim(strcmp(sim_number, "2") == 0 ? SECOND_SIM : FIRST_SIM);
-    // What is kept about the SIM. Only the modem on this bus has two of them, so it is this one's whatever the request
-    // says.
+    // What is kept about the SIM. The bus is this one whatever the request says; other scripts rely on it.
     execCommand("rm -rf /tmp/modem.2-1.2/signal*");
     execCommand("rm -rf /tmp/modem.2-1.2/cimi");
     if (picked != API_OK) {

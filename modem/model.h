@@ -27,8 +27,8 @@ struct ModemOps {
     int (*get_mode)(const ModemModel &model, std::span<char> mode) = nullptr;
     // Signal level 0 to 4 into `level`; returns the generation, or 1 where the reading does not tell it.
     int (*get_rssi)(const ModemModel &model, int32_t *level) = nullptr;
-    // Measurements, one object each, into `signals`, and the level; returns the generation 2, 3 or 4, or 0 where the
-    // reading does not tell it.
+    // Measurements, one object each, into `signals`, and the level; returns the generation 2, 3 or 4, 0 where the
+    // reading does not tell it, or -1.
     int (*signal_info)(const ModemModel &model, json_object *signals, int32_t *level) = nullptr;
     // 15 digits, not terminated.
     int (*get_imsi)(const ModemModel &model, std::span<char> imsi) = nullptr;
@@ -53,9 +53,10 @@ struct ModemOps {
     int (*thermal_ctrl)(const ModemModel &model) = nullptr;
     // 1 when the modem is on an aggregated LTE carrier.
     int (*check_cat6)(const ModemModel &model) = nullptr;
-    // 0 when registered or not checkable, -1 when not registered.
+    // 0 when registered, -1 when not. A modem that cannot be asked is either, by its dialect.
     int (*check_register)(const ModemModel &model) = nullptr;
-    // State of the SIM: 0 ready or not checkable, -1 error, -2 wants its PIN, -4 wants its PUK; a word on it in `text`.
+    // State of the SIM: 0 ready or not checkable, -1 error, -2 wants its PIN, -4 wants its PUK; a word on it in `text`
+    // where the dialect has one.
     int (*check_simcard)(const ModemModel &model, std::span<char> text) = nullptr;
     // Writes the APN, or the APN with its credentials, into the modem.
     int (*set_apn)(const ModemModel &model, const char *apn) = nullptr;
@@ -73,8 +74,8 @@ constexpr size_t MODEM_OPERATION_COUNT = 23;
 static_assert(sizeof(ModemOps) == MODEM_OPERATION_COUNT * sizeof(void (*)()),
               "one function pointer for each operation");
 
-// Connection methods of a model, as bits of proto_flags. The values 0x01, 0x02 and 0x40 are carried in the rows for
-// other users of the list.
+// Connection methods of a model, as bits of proto_flags. The values 0x01, 0x02 and 0x40 stand in rows,
+// too; nothing here looks at them.
 constexpr uint32_t PROTO_DIRECTIP = 0x04;
 constexpr uint32_t PROTO_CALLIP = 0x10;
 constexpr uint32_t PROTO_NCM = 0x20;

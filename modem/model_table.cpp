@@ -63,7 +63,7 @@ constexpr ModemOps EP06_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
     ops.check_cat6 = quectel_check_cat6;
 });
 
-// A 3G modem without AT+QCAINFO, AT+QENG and thermal limits.
+// A 3G modem: neither cells nor thermal limits.
 constexpr ModemOps UC20_SET = changed(QUECTEL_SET, [](ModemOps &ops) {
     ops.cell_info = nullptr;
     ops.thermal_ctrl = nullptr;
@@ -97,8 +97,8 @@ constexpr ModemOps ZTE_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.check_register = modem_check_register;
 });
 
-// Its dialect tells signal, cells, registration and SIM from one status block. Carriers can be told from it, too, but
-// the slot for that stays empty: clients know this modem by "4G" alone.
+// Its dialect tells signal and cells from one status block, and has checks of its own for registration and SIM.
+// Carriers could be told, too (sierra_check_cat6), but clients know this modem by "4G" alone.
 constexpr ModemOps SIERRA_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.get_rssi = sierra_get_signal;
     ops.cell_info = sierra_cell_info;
@@ -116,7 +116,7 @@ constexpr ModemOps FIBOCOM_SET = changed(GENERIC_SET, [](ModemOps &ops) {
     ops.set_apn = fibocom_set_apn;
 });
 
-// A modem that nobody knows is not asked about its SIM: an answer in an unknown dialect would look like a fault.
+// A modem that nobody knows: its SIM and registration are not checked, so neither can be at fault.
 constexpr ModemOps UNKNOWN_SET = changed(GENERIC_SET, [](ModemOps &ops) { ops.check_simcard = nullptr; });
 
 // --- Rows ---

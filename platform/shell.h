@@ -35,6 +35,6 @@ int fork_exec2(const char *command);
 // Non-zero when the file exists.
 int cmm_check_file_is_exist(const char *path);
 
-// Whether a shell takes the text for itself and nothing else: letters, digits and "._:/-" only. What a client or the
-// configuration names goes into a command only where it is such a word; an empty text is one.
+// Whether a shell takes the text for itself and nothing else: letters, digits and "._:/-" only. An empty text is one. For
+// names that a client or the configuration gives and that need no more.
 bool is_shell_word(std::string_view text);

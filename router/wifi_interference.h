@@ -13,8 +13,8 @@ int32_t handle_wifi_channel_fixed_interference(int32_t band1, int32_t band2, int
 // The same for a known channel: 1, 6, 11, or 0 where it may stay. Only the channels 1 and 11 are ever judged.
 int32_t handle_wifi_channel_fixed_interference_two(int32_t band1, int32_t band2, int32_t band3, int32_t channel);
 
-// Detects the configured modems and moves the automatically chosen channel off their bands. Does nothing on boards
-// whose Wi-Fi is not ours to move (quillo, dravik, soltane), and where there is no modem.
+// Detects the configured modems and moves the automatically chosen channel off their bands. Does nothing on the
+// boards quillo, dravik and soltane, and where there is no modem.
 void handle_wifi_channel_auto_interference();
 
 // The same for known bands: the channel is set for good, so that the radio does not drift back, and the Wi-Fi is

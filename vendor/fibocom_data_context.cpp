@@ -6,6 +6,6 @@
 
 int fibocom_set_apn(const ModemModel &model, const char *apn) {
     char command[100];
-    text_format(command, "AT+CGDCONT=1,\"IP\",\"%s\"", apn);
+    text_format(command, "AT+CGDCONT=1,\"IP\",\"%s\"", apn != nullptr ? apn : "");
     return at_set(model, command);
 }

@@ -1,5 +1,5 @@
-// Whether a Sierra Wireless modem must not be asked just now: its network interface is coming up, and the port, which
-// serves commands and data, is wanted for that.
+// Whether a Sierra Wireless modem must not be asked just now: while its network interface is coming up, its port is not
+// touched.
 #pragma once
 
 #include "modem/model.h"

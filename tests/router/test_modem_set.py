@@ -466,9 +466,19 @@ def test_a_hostile_device_over_a_tty_only_stands_in_the_configuration(router):
 def test_long_values_are_whole(router, key):
     kind = KINDS["mc7430 qmi"]
     r = make(router, kind)
-    assert post(r, kind, **{key: "x" * 20000}) == 0
+    assert post(r, kind, **{key: "x" * 1023}) == 0
     path = "velaconfig.modem.operator" if key == "operator" else f"network.{NAME}.{KEYS.get(key, key)}"
-    assert option(r, path) == "x" * 20000
+    assert option(r, path) == "x" * 1023
+
+
+@pytest.mark.parametrize("key", [*SETTINGS, "device"])
+def test_a_value_that_could_not_be_read_back_aborts_and_nothing_is_written(router, key):
+    kind = KINDS["mc7430 qmi"]
+    r = make(router, kind)
+    before = packages(r)
+    request = {"modem_id": kind.modem_id, "device": kind.device, key: "x" * 1024}
+    assert r.run("vela_api", "post", SET, json.dumps(request)).returncode == ABORTED
+    assert packages(r) == before and r.events == []
 
 
 @pytest.mark.parametrize("kind", [EC25, KINDS["nl678e qmi"]], ids=["quectel", "fibocom"])
