@@ -125,7 +125,8 @@ def locked(r: Router, device: str = AT_PORT) -> Iterator[None]:
 @contextlib.contextmanager
 def system_log(r: Router) -> Iterator[Callable[[], list[tuple[int, str]]]]:
     """The router's system log, within the block: a function that gives the messages of all programs so far, each its
-    priority (syslog.LOG_DEBUG, without the facility) and its text, with the line end if it was written with one.
+    priority (syslog.LOG_DEBUG, without the facility) and its text, with the line end if it was written with one. After
+    the block it gives those of the whole block.
 
     A router without the block has none, and messages are lost. The kernel keeps about ten messages: the program that
     writes one more waits until the function has been called.
@@ -134,7 +135,7 @@ def system_log(r: Router) -> Iterator[Callable[[], list[tuple[int, str]]]]:
 
     def messages() -> list[tuple[int, str]]:
         with contextlib.suppress(BlockingIOError):
-            while True:
+            while log.fileno() >= 0:
                 line = log.recv(65536).decode("utf-8", "surrogateescape")
                 # Priority and time as RFC 3164 has them, the program's name, perhaps its process id.
                 match = re.fullmatch(r"<(\d+)>\w{3} [ \d]\d [\d:]{8} [^:\[]+(?:\[\d+\])?: (.*)", line, re.DOTALL)
@@ -147,6 +148,7 @@ def system_log(r: Router) -> Iterator[Callable[[], list[tuple[int, str]]]]:
         log.bind(str(path))
         try:
             yield messages
+            messages()
         finally:
             path.unlink()
 

@@ -1,16 +1,15 @@
 """The MC7430: its status report with the cells and the level that are read from it, registration, SIM, and that it is
 left alone while its interface is coming up."""
 
-import contextlib
 import json
 import re
-import socket
 from pathlib import Path
+from syslog import LOG_DEBUG
 from typing import Iterator
 
 import pytest
 from probe_client import probe
-from support import unreachable, usable
+from support import system_log, unreachable, usable
 from velasim import Router
 
 BUS = "1-1.2"
@@ -642,24 +641,9 @@ def test_the_answer_to_the_sim_query_may_have_more_lines(router):
 # While the interface is coming up
 
 
-@contextlib.contextmanager
-def system_log(r: Router) -> Iterator[list[bytes]]:
-    """What is logged within the block: the messages from their priority on, without time and sender."""
-    messages: list[bytes] = []
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
-        log.bind(str(r.host_path("/dev/log")))
-        log.setblocking(False)
-        yield messages
-        with contextlib.suppress(BlockingIOError):
-            while True:
-                messages.append(re.sub(rb">.*? (\w+): ", b">", log.recv(2048), count=1))
-    r.remove("/dev/log")
-
-
-DEBUG = b"<15>"  # the facility of programs, the lowest priority
-BUSY_SIM = DEBUG + b"modem device busy,can't check SIM status\n"
-BUSY_REGISTER = DEBUG + b"modem device busy,can't check register status\n"
-BUSY_SIGNAL = DEBUG + b"modem device busy,can't to get signal\n"
+BUSY_SIM = (LOG_DEBUG, "modem device busy,can't check SIM status\n")
+BUSY_REGISTER = (LOG_DEBUG, "modem device busy,can't check register status\n")
+BUSY_SIGNAL = (LOG_DEBUG, "modem device busy,can't to get signal\n")
 
 
 def test_a_pending_modem_is_not_asked_and_passes_for_a_registered_one(router):
@@ -668,13 +652,13 @@ def test_a_pending_modem_is_not_asked_and_passes_for_a_registered_one(router):
     r.modem().reply("AT+CREG?", "\n+CREG: 0,0\n\nOK\n")
     with system_log(r) as messages:
         assert r.run("vela_modem", "sim-status").stdout == "READY"
-    assert messages == [BUSY_SIM, BUSY_REGISTER]
+    assert messages() == [BUSY_SIM, BUSY_REGISTER]
     with system_log(r) as messages:
         assert check_register(r) == 0
-    assert messages == [BUSY_REGISTER]
+    assert messages() == [BUSY_REGISTER]
     with system_log(r) as messages:
         block = status(r)
-    assert messages == [BUSY_SIM, BUSY_REGISTER, BUSY_SIGNAL]
+    assert messages() == [BUSY_SIM, BUSY_REGISTER, BUSY_SIGNAL]
     assert list(block.items()) == [("up", "connecting"), ("SIM_status", 0), ("online", False), ("newsms", 0)]
     assert r.modem().commands == []
 
@@ -689,7 +673,7 @@ def test_the_cells_are_asked_for_even_then(router):
     r = router("mc7430", ubus=bus_with("pending"))
     with system_log(r) as messages:
         assert ordered(printed_cells(r)) == ordered([PSS, SSS])
-    assert messages == []
+    assert messages() == []
     assert [event["kind"] for event in r.events] == ["at"]
 
 
@@ -711,7 +695,7 @@ def test_in_every_other_state_it_is_asked(router, ubus):
     with system_log(r) as messages:
         assert list(status(r))[-len(SERVED):] == SERVED
     assert r.modem().commands == ALL_ASKED
-    assert not [message for message in messages if b"busy" in message]
+    assert not [text for _, text in messages() if "busy" in text]
 
 
 def test_it_is_asked_again_as_soon_as_the_interface_is_up(router):

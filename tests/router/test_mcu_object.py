@@ -1,15 +1,13 @@
 """The command `test`: the small object for the board's microcontroller."""
 
-import contextlib
 import json
 import re
-import socket
-from typing import Iterator
+from syslog import LOG_DEBUG
 
 import pytest
 from probe_client import probe
 from router_config import EC25_CARRIER, KNOWN_SIMS, carrier_lookup, effects, exchange, interfaces, status_call
-from support import DEVICE, MODELS, TRACED, pretty, tracer
+from support import DEVICE, MODELS, TRACED, pretty, system_log, tracer
 from velasim import Router
 
 INCOMING = "/etc/spool/sms/incoming"
@@ -38,26 +36,6 @@ def parsed(text: str) -> dict:
     expected = re.sub(r"^( *)(.*)\[\]", r"\1\2[\n\1]", pretty(document), flags=re.MULTILINE)
     assert text == expected + "\n"
     return document
-
-
-@contextlib.contextmanager
-def syslog(r: Router) -> Iterator[list[str]]:
-    """What is written to the system log inside the block."""
-    messages: list[str] = []
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
-        path = str(r.host_path("/dev")) + "/log"
-        log.bind(path)
-        log.setblocking(False)
-        yield messages
-        with contextlib.suppress(BlockingIOError):
-            while True:
-                messages.append(log.recv(65536).decode())
-    r.remove("/dev/log")
-
-
-def is_debug(message: str, text: str) -> bool:
-    match = re.fullmatch(r"<(\d+)>.*?: (.*)", message.rstrip("\0"), re.DOTALL)
-    return bool(match) and int(match[1]) % 8 == 7 and match[2] == text
 
 
 def refuse_registration(r: Router) -> None:
@@ -90,9 +68,9 @@ def test_what_is_done_in_its_order(router):
 
 def test_nothing_is_logged_while_all_is_well(router):
     r = router("ec25", ubus=bus_with("up"))
-    with syslog(r) as messages:
+    with system_log(r) as messages:
         printed(r)
-    assert messages == []
+    assert messages() == []
 
 
 def test_a_modem_on_another_bus(router):
@@ -170,9 +148,9 @@ def test_the_sierra_model_is_asked_in_its_way(router):
 def test_a_fault_is_logged(router, prepare, fault):
     r = router("ec25", ubus=False)
     prepare(r)
-    with syslog(r) as messages:
+    with system_log(r) as messages:
         assert printed(r) == {"SIM": fault}
-    assert len(messages) == 1 and is_debug(messages[0], "MCU SIM ERROR\n")
+    assert messages() == [(LOG_DEBUG, "MCU SIM ERROR\n")]
 
 
 def test_an_unknown_device_has_no_fault(router):
@@ -204,11 +182,11 @@ def test_a_modem_that_goes_away_before_it_is_looked_for_again_gives_an_empty_obj
     r = router("ec25", ubus=bus_with("up"))
     # The second time that its ids are looked for, they cannot be read.
     trace = tracer("trace=open,openat", "inject=open,openat:error=ENOENT:when=2", device=f"{DEVICE}/idProduct")
-    with syslog(r) as messages:
+    with system_log(r) as messages:
         result = r.run(*trace, "vela_modem", "test", env=TRACED)
     assert (result.returncode, result.stdout) == (0, "{\n}\n")
     assert r.events == []
-    assert len(messages) == 1 and is_debug(messages[0], "MCU DETECT MODEM FAILED\n")
+    assert messages() == [(LOG_DEBUG, "MCU DETECT MODEM FAILED\n")]
 
 
 # The result of the operation
@@ -216,10 +194,10 @@ def test_a_modem_that_goes_away_before_it_is_looked_for_again_gives_an_empty_obj
 
 def test_the_result_is_negative_without_a_modem(router):
     r = router("ec25", ubus=bus_with("up"))
-    with syslog(r) as messages:
+    with system_log(r) as messages:
         assert probe(r, "mcu", "1-1.3") == (-1, {})
     assert r.events == []
-    assert len(messages) == 1 and is_debug(messages[0], "MCU DETECT MODEM FAILED\n")
+    assert messages() == [(LOG_DEBUG, "MCU DETECT MODEM FAILED\n")]
 
 
 @pytest.mark.parametrize("name", ["ec25", "unknown"])
@@ -234,9 +212,9 @@ def test_the_result_is_negative_while_the_ports_are_missing(router, name):
 def test_the_result_is_0_for_a_fault(router):
     r = router("ec25", ubus=bus_with("up"))
     r.modem().reply("AT+CPIN?", PIN)
-    with syslog(r) as messages:
+    with system_log(r) as messages:
         assert probe(r, "mcu", "1-1.2") == (0, {"SIM": "PIN_SIM"})
-    assert len(messages) == 1 and is_debug(messages[0], "MCU SIM ERROR\n")
+    assert messages() == [(LOG_DEBUG, "MCU SIM ERROR\n")]
 
 
 @pytest.mark.parametrize("state", ["up", "down"])
