@@ -13,6 +13,8 @@
 #include "connection/link_endpoints.h"
 #include "connection/power_endpoints.h"
 #include "sms/sms_endpoints.h"
+#include "sms/sms_forwarding.h"
+#include "sms/sms_sending.h"
 
 namespace {
 
@@ -29,15 +31,15 @@ constexpr ApiEntity ENDPOINTS[] = {
     {"/modem/sms/list", "get", list_modem_sms},
     {"/modem/sms/delete", "post", delete_modem_sms},
     {"/modem/sms/delete_all", "post", delete_all_modem_sms},
-    {"/modem/sms/send", "post", operation_not_supported},
-    {"/modem/sms/status", "post", operation_not_supported},
-    {"/modem/sms/code", "post", operation_not_supported},
+    {"/modem/sms/send", "post", send_modem_sms},
+    {"/modem/sms/status", "post", modem_sms_status},
+    {"/modem/sms/code", "post", modem_sms_code},
     {"/modem/cells/get", "post", modem_get_cells},
     {"/modem/sim/switch", "post", modem_sim_switch},
     {"/modem/modem_info/get", "post", modem_get_modem_info},
-    {"/modem/sms/forward", "post", operation_not_supported},
-    {"/modem/sms/flist", "get", operation_not_supported},
-    {"/modem/sms/account", "post", operation_not_supported},
+    {"/modem/sms/forward", "post", modem_sms_forward},
+    {"/modem/sms/flist", "get", modem_sms_forward_get},
+    {"/modem/sms/account", "post", modem_forward_account},
     {"/modem/upgrade", "post", modem_upgrade},
     {"/modem/upgrade_status", "post", modem_upgrade_status},
 };
@@ -45,10 +47,6 @@ constexpr ApiEntity ENDPOINTS[] = {
 static_assert(std::size(ENDPOINTS) == API_ENTITY_COUNT);
 
 } // namespace
-
-int32_t operation_not_supported(json_object * /*request*/, json_object * /*reply*/) {
-    return API_NOT_SUPPORTED;
-}
 
 const ApiEntity *get_api_entity(uint32_t *count) {
     *count = API_ENTITY_COUNT;

@@ -18,8 +18,5 @@ struct ApiEntity {
 
 constexpr uint32_t API_ENTITY_COUNT = 23;
 
-// Answers -17 and adds nothing: the handler of an endpoint whose operation this build does not carry.
-int32_t operation_not_supported(json_object *request, json_object *reply);
-
 // Stores the number of rows in `count` and returns the first row.
 extern "C" __attribute__((visibility("default"))) const ApiEntity *get_api_entity(uint32_t *count);

@@ -60,8 +60,11 @@ add_library(vela_core STATIC
     router/wifi_channel.cpp
     router/wifi_interference.cpp
     sms/sms_endpoints.cpp
+    sms/sms_forwarding.cpp
     sms/sms_message.cpp
+    sms/sms_sending.cpp
     sms/sms_store.cpp
+    sms/ssmtp_conf.cpp
     vendor/apn_database.cpp
     vendor/fibocom_cells.cpp
     vendor/fibocom_data_context.cpp

@@ -66,6 +66,14 @@ int wait_for(pid_t child) {
     return status;
 }
 
+// What a shell says of such a status; -1 where it was lost.
+int exit_status(int status) {
+    if (status == -1) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 // A running command and the reading end of its standard output.
 class CommandOutput {
 public:
@@ -184,14 +192,30 @@ int execCommand(const char *command) {
         use_null_device(STDIN_FILENO, STDOUT_FILENO);
         exec_shell(command);
     }
+    return child < 0 ? -1 : exit_status(wait_for(child));
+}
+
+int execCommandWithin(const char *command, unsigned seconds) {
+    const pid_t child = fork();
+    if (child == 0) {
+        setpgid(0, 0);
+        use_null_device(STDIN_FILENO, STDOUT_FILENO);
+        // An alarm outlives exec; the shell does not outlive the alarm.
+        signal(SIGALRM, SIG_DFL);
+        alarm(seconds);
+        exec_shell(command);
+    }
     if (child < 0) {
         return -1;
     }
-    const int status = wait_for(child);
-    if (status == -1) {
-        return -1;
+    // The shell is not reaped before its group has been killed, so that the number is still the group's.
+    siginfo_t ended = {};
+    while (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (ended.si_code == CLD_KILLED && ended.si_status == SIGALRM) {
+        kill(-child, SIGKILL);
+    }
+    return exit_status(wait_for(child));
 }
 
 int fork_exec2(const char *command) {

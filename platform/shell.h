@@ -27,6 +27,9 @@ void getUciReturn(const char *command, std::span<char> out);
 // signal ended it, -1 when it could not be run or, in a host that ignores SIGCHLD, when its status is lost.
 int execCommand(const char *command);
 
+// The same for a command that may hang: after `seconds` it is killed, with all that it started in its process group.
+int execCommandWithin(const char *command, unsigned seconds);
+
 // Starts the command in the background and returns at once: 0, or -1 when it could not be started. The command is
 // nobody's child but init's (no zombie stays in a long-lived host), leads a session of its own and has /dev/null for
 // its three standard streams, so that a pipe the host writes to does not stay open behind it.

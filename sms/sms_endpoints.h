@@ -1,4 +1,4 @@
-// The endpoints of received messages: list them, delete one, delete all.
+// The endpoints of received messages: list them, mark one read, delete one, delete all.
 //
 // All modems share one spool, so the modem that a request names decides nothing; but it has to be one.
 #pragma once
@@ -9,6 +9,7 @@
 
 constexpr int32_t API_MESSAGE_MISSING = -258; // no "msg_id"
 constexpr int32_t API_DELETE_FAILED = -259;
+constexpr int32_t API_MARK_FAILED = -264;
 
 // Delete one message by its file name, or all, through the slots of a row: that of the unknown device for one, that of
 // the given model for all. Return the slot's result: 0, or -1; -1 also where there is no such row or its slot is empty.
@@ -24,3 +25,7 @@ int32_t delete_modem_sms(json_object *request, json_object *reply);
 
 // "/modem/sms/delete_all": "modem_id". Returns -251, -250, -259 (a directory of the spool is missing), 0.
 int32_t delete_all_modem_sms(json_object *request, json_object *reply);
+
+// "/modem/sms/status": "modem_id" and "msg_id". Marks the message read. Returns, what comes first: -251, -258, -250, 0,
+// also where there is no such message (-264 is reserved for a store that can tell).
+int32_t modem_sms_status(json_object *request, json_object *reply);

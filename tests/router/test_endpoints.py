@@ -36,16 +36,6 @@ post /modem/upgrade_status
 """
 ENDPOINTS = [tuple(line.split()) for line in TABLE.splitlines()]
 
-# Endpoints whose handlers are still to come: they answer -17 to everything. Rows are only ever taken off this list.
-PENDING = [
-    ("post", "/modem/sms/send"),
-    ("post", "/modem/sms/status"),
-    ("post", "/modem/sms/code"),
-    ("post", "/modem/sms/forward"),
-    ("get", "/modem/sms/flist"),
-    ("post", "/modem/sms/account"),
-]
-
 
 @pytest.fixture(scope="module")
 def ec25() -> Iterator[Router]:
@@ -64,18 +54,6 @@ def test_the_table_has_23_rows_in_their_order(ec25):
     result = ec25.run("vela_api", "list")
     assert (result.returncode, result.stdout, result.stderr) == (0, TABLE, "")
     assert len(ENDPOINTS) == 23
-
-
-@pytest.mark.parametrize("method, path", PENDING)
-@pytest.mark.parametrize("request_body", [{}, {"modem_id": 3, "bus": "1-1.2"}, {"modem_id": 2}], ids=str)
-def test_an_endpoint_whose_handler_is_still_to_come_answers_minus_17_and_nothing(ec25, method, path, request_body):
-    ec25.clear_events()
-    assert ec25.api(method, path, request_body) == (-17, {})
-    assert ec25.events == []
-
-
-def test_what_is_live_is_not_pending():
-    assert set(PENDING) <= set(ENDPOINTS) and ("post", "/modem/at") not in PENDING
 
 
 @pytest.mark.parametrize("request_body, statuses", [

@@ -45,12 +45,6 @@ constexpr struct {
     {"/modem/upgrade_status", "post"},
 };
 
-// Endpoints whose operation this build does not carry. One that is added leaves this list.
-const std::set<std::string> NOT_CARRIED = {
-    "/modem/sms/send",    "/modem/sms/status", "/modem/sms/code",
-    "/modem/sms/forward", "/modem/sms/flist",  "/modem/sms/account",
-};
-
 const ApiEntity *table() {
     uint32_t count = 0;
     return get_api_entity(&count);
@@ -98,13 +92,6 @@ TEST(Endpoints, no_path_and_method_twice) {
     }
 }
 
-TEST(Endpoints, those_that_this_build_does_not_carry) {
-    for (uint32_t i = 0; i < API_ENTITY_COUNT; i++) {
-        EXPECT_EQ(table()[i].handler == operation_not_supported, NOT_CARRIED.count(table()[i].path) != 0)
-            << table()[i].path;
-    }
-}
-
 TEST(Endpoints, the_at_command_has_its_handler) {
     EXPECT_EQ(table()[8].handler, execute_modem_at);
 }
@@ -115,16 +102,6 @@ TEST(Endpoints, the_information_endpoints_have_their_handlers) {
     EXPECT_EQ(table()[2].handler, get_modem_app_brief_info);
     EXPECT_EQ(table()[15].handler, modem_get_cells);
     EXPECT_EQ(table()[17].handler, modem_get_modem_info);
-}
-
-TEST(Endpoints, what_is_not_carried_answers_minus_17_and_adds_nothing) {
-    for (const char *text : {"{}", R"({"modem_id":3,"bus":"1-1.2"})", R"({"modem_id":2})", "[]", "null"}) {
-        const Json request = parse_json(text);
-        const Json reply(json_object_new_object());
-        EXPECT_EQ(operation_not_supported(request.get(), reply.get()), -17);
-        EXPECT_EQ(plain_json(reply.get()), "{}");
-        EXPECT_EQ(request ? plain_json(request.get()) : "null", text);
-    }
 }
 
 } // namespace

@@ -222,6 +222,46 @@ TEST(ShellExec, an_empty_command_succeeds) {
     EXPECT_EQ(getShellCommandReturnDynamic(""), nullptr);
 }
 
+TEST(ShellWithin, a_command_that_ends_in_time_is_like_any_other) {
+    EXPECT_EQ(execCommandWithin("true | false", 60), 1);
+    EXPECT_EQ(execCommandWithin("exit 255", 60), 255);
+    EXPECT_EQ(execCommandWithin("kill -9 $$", 60), 128 + SIGKILL);
+}
+
+TEST(ShellWithin, a_command_that_hangs_is_killed_with_all_that_it_started) {
+    in_child([] {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const int real_errors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+        const int status = execCommandWithin("sleep 1000 | { sleep 1000; true; }", 1);
+        dup2(real_errors, STDERR_FILENO);
+        EXPECT_EQ(status, 128 + SIGALRM);
+        // Each process of the command held the writing end: the pipe ends when all are gone, and not before.
+        char byte;
+        EXPECT_EQ(read(ends[0], &byte, 1), 0);
+    });
+}
+
+TEST(ShellWithin, the_limit_holds_in_a_host_that_ignores_or_blocks_the_alarm) {
+    in_child([] {
+        signal(SIGALRM, SIG_IGN);
+        sigset_t alarm_only;
+        sigemptyset(&alarm_only);
+        sigaddset(&alarm_only, SIGALRM);
+        sigprocmask(SIG_BLOCK, &alarm_only, nullptr);
+        EXPECT_EQ(execCommandWithin("sleep 1000", 1), 128 + SIGALRM);
+    });
+}
+
+TEST(ShellWithin, the_status_is_lost_in_a_host_that_ignores_its_children) {
+    in_child([] {
+        signal(SIGCHLD, SIG_IGN);
+        EXPECT_EQ(execCommandWithin("true", 60), -1);
+    });
+}
+
 TEST(ShellFile, exists_or_not) {
     const ScratchDirectory directory;
     write_file(directory / "forward", "");

@@ -34,7 +34,7 @@ std::string call(ApiHandler handler, const std::string &request) {
 }
 
 TEST(SmsEndpoints, a_request_without_a_modem_is_told_so_first) {
-    for (const ApiHandler handler : {list_modem_sms, delete_modem_sms, delete_all_modem_sms}) {
+    for (const ApiHandler handler : {list_modem_sms, delete_modem_sms, delete_all_modem_sms, modem_sms_status}) {
         EXPECT_EQ(call(handler, "{}"), "-251 {}");
         EXPECT_EQ(call(handler, R"({"msg_id":"VMS99.a"})"), "-251 {}");
         EXPECT_EQ(call(handler, R"({"modem_id":-1})"), "-251 {}");
@@ -44,14 +44,28 @@ TEST(SmsEndpoints, a_request_without_a_modem_is_told_so_first) {
 TEST(SmsEndpoints, a_modem_that_is_in_no_row) {
     EXPECT_EQ(call(list_modem_sms, R"({"modem_id":2})"), "-250 {}");
     EXPECT_EQ(call(delete_modem_sms, R"({"modem_id":2,"msg_id":"VMS99.a"})"), "-250 {}");
+    EXPECT_EQ(call(modem_sms_status, R"({"modem_id":2,"msg_id":"VMS99.a"})"), "-250 {}");
     EXPECT_EQ(call(delete_all_modem_sms, R"({"modem_id":2})"), "-250 {}");
 }
 
 TEST(SmsEndpoints, a_missing_message_is_told_before_an_unknown_modem) {
-    EXPECT_EQ(call(delete_modem_sms, R"({"modem_id":2})"), "-258 {}");
-    EXPECT_EQ(call(delete_modem_sms, R"({"modem_id":3})"), "-258 {}");
-    EXPECT_EQ(call(delete_modem_sms, R"({"modem_id":3,"msg_id":17})"), "-258 {}");
-    EXPECT_EQ(call(delete_modem_sms, R"({"modem_id":3,"msg_id":null})"), "-258 {}");
+    for (const ApiHandler handler : {delete_modem_sms, modem_sms_status}) {
+        EXPECT_EQ(call(handler, R"({"modem_id":2})"), "-258 {}");
+        EXPECT_EQ(call(handler, R"({"modem_id":3})"), "-258 {}");
+        EXPECT_EQ(call(handler, R"({"modem_id":3,"msg_id":17})"), "-258 {}");
+        EXPECT_EQ(call(handler, R"({"modem_id":3,"msg_id":null})"), "-258 {}");
+    }
+}
+
+TEST(SmsEndpoints, marking_read_moves_the_file_and_answers_0_also_where_there_is_none) {
+    with_spool([] {
+        write_file(INCOMING + "VMS99.a", "text");
+        for (int again = 0; again < 2; again++) {
+            EXPECT_EQ(call(modem_sms_status, R"({"modem_id":3,"msg_id":"VMS99.a"})"), "0 {}");
+            EXPECT_FALSE(fs::exists(INCOMING + "VMS99.a"));
+            EXPECT_EQ(read_file(STORAGE + "VMS99.a"), "text");
+        }
+    });
 }
 
 TEST(SmsEndpoints, an_empty_incoming_and_a_missing_storage_directory_list_an_empty_array) {
