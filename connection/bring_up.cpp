@@ -46,6 +46,12 @@ public:
     const char *text() const { return length_ > 0 ? output_.get() : ""; }
     int length() const { return static_cast<int>(length_); }
 
+    // Whether it stands for itself between double quotes. A list with what a shell would expand there names no
+    // interfaces, and is not run.
+    bool is_quotable() const {
+        return std::string_view(text(), length_).find_first_of("\"$`\\") == std::string_view::npos;
+    }
+
     // Whether the interface is one of them. A longer name that contains it is another interface.
     bool has(std::string_view ifname) const {
         std::string_view rest(text(), length_);
@@ -77,6 +83,9 @@ void enter_zone(const char *ifname) {
         execCommand("vela-firewall");
         return;
     }
+    if (!zone.is_quotable()) {
+        return;
+    }
     char command[ZONE_COMMAND_SIZE];
     text_format(command, "uci set firewall.@zone[1].network=\"%.*s %s\"", zone.length(), zone.text(), ifname);
     set_zone(command);
@@ -84,6 +93,9 @@ void enter_zone(const char *ifname) {
 
 void leave_zone(const char *list_without_interface) {
     const Zone zone(list_without_interface);
+    if (!zone.is_quotable()) {
+        return;
+    }
     char command[ZONE_COMMAND_SIZE];
     text_format(command, "uci set firewall.@zone[1].network=\"%.*s\"", zone.length(), zone.text());
     set_zone(command);
