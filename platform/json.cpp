@@ -2,6 +2,7 @@
 #include "platform/json.h"
 
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -67,7 +68,10 @@ void vjson_add_int(json_object *object, const char *key, int32_t value) {
 }
 
 void vjson_add_double(json_object *object, const char *key, double value) {
-    vjson_add_object(object, key, json_object_new_double(value));
+    // json-c would print words for infinity and for what is no number that JSON does not have.
+    if (std::isfinite(value)) {
+        vjson_add_object(object, key, json_object_new_double(value));
+    }
 }
 
 void vjson_add_boolean(json_object *object, const char *key, int value) {

@@ -13,6 +13,7 @@
 // Adds or replaces a string member; the text is copied. A null text adds nothing.
 void vjson_add_string(json_object *object, const char *key, const char *text);
 void vjson_add_int(json_object *object, const char *key, int32_t value);
+// An infinite value, or one that is no number, adds nothing.
 void vjson_add_double(json_object *object, const char *key, double value);
 // Adds or replaces a boolean member; any non-zero value is true.
 void vjson_add_boolean(json_object *object, const char *key, int value);

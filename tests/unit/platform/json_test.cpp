@@ -1,6 +1,7 @@
 // JSON members: what getters find, what adders leave, and that all of it parses whatever the text.
 #include "platform/json.h"
 
+#include <limits>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -78,6 +79,16 @@ TEST(JsonAdd, a_null_text_adds_nothing) {
     vjson_add_string(all.get(), "new", nullptr);
     vjson_add_string(all.get(), "old", nullptr);
     EXPECT_EQ(plain_json(all.get()), R"({"old":"value"})");
+}
+
+TEST(JsonAdd, a_value_that_is_no_number_adds_nothing) {
+    using Double = std::numeric_limits<double>;
+    for (double value : {Double::quiet_NaN(), -Double::quiet_NaN(), Double::infinity(), -Double::infinity()}) {
+        const Json all = parse_json(R"({"old":7})");
+        vjson_add_double(all.get(), "new", value);
+        vjson_add_double(all.get(), "old", value);
+        EXPECT_EQ(plain_json(all.get()), R"({"old":7})");
+    }
 }
 
 TEST(JsonAdd, an_empty_text_is_a_value) {
