@@ -1,11 +1,12 @@
 """The link of an interface as the network daemon reports it over the bus, and what its network device counts."""
 
 import re
+from syslog import LOG_DEBUG
 from typing import Iterator
 
 import pytest
 from probe_client import parse, probe, run_probe
-from support import ABORTED, TRACED, tracer
+from support import ABORTED, TRACE, TRACED, system_log, tracer
 from velasim import Router
 
 UP, PENDING, DOWN = 0, 1, 2
@@ -161,6 +162,23 @@ def test_reload_that_fails_returns_the_code_of_the_bus(bus):
     assert probe(bus, "reload", "5")[0] == 4
     bus.set_ubus_state({"greeting": "die"})
     assert probe(bus, "reload", "5")[0] == -1
+
+
+@pytest.mark.parametrize("faults, line", [
+    ({}, None),
+    ({"<lookup>": {"status": 4}}, "lookup network.interface failed\n"),
+    ({"reload": {"status": PERMISSION_DENIED}}, "meth network.interface failed\n"),
+], ids=["done", "lookup", "reload"])
+def test_reload_that_fails_is_logged_and_leaves_its_connection_open(bus, faults, line):
+    bus.set_ubus_state({"faults": {"network": faults}})
+    argv = [str(bus.build / "tests/router/probe"), "reload", "5"]
+    with system_log(bus) as messages:
+        result = bus.run(*tracer("trace=connect,close", device=None), *argv, env=TRACED)
+    assert parse(result)[0] == next((fault["status"] for fault in faults.values()), 0)
+    assert messages() == ([(LOG_DEBUG, line)] if line else [])
+    # What follows the connection's own line in the trace.
+    socket, trace = re.search(r'connect\((\d+), [^\n]*ubus\.sock"(.*)', bus.read(TRACE), re.DOTALL).groups()
+    assert (f"close({socket})" in trace) == (line is None)
 
 
 @pytest.mark.parametrize("method", ["<lookup>", "status"])
