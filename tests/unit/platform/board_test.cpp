@@ -1,12 +1,14 @@
-// What the router says of itself, where a test can say it: the board's name in a private /tmp, gateways in a network of
+// What the router says of itself, where a test can say it: the board's name in private file systems, gateways in a network of
 // its own. The name is read once in a process' life, so each name has a child.
 #include "platform/board.h"
 
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
-#include <sys/stat.h>
+#include <string_view>
+#include <sys/mount.h>
 
 #include <gtest/gtest.h>
 
@@ -14,6 +16,8 @@
 #include "support/files.h"
 
 namespace {
+
+using namespace std::string_view_literals;
 
 void expect_board(const std::string &published, const char *name) {
     in_child_with_empty({"/tmp"}, [&] {
@@ -52,6 +56,31 @@ TEST(BoardName, a_name_once_read_is_kept) {
 
 TEST(BoardName, a_system_that_publishes_no_board_gives_a_text_all_the_same) {
     in_child_with_empty({"/tmp"}, [] { ASSERT_NE(get_model_name(), nullptr); });
+}
+
+// The device tree's texts end in a NUL, which the given one has by itself.
+void expect_board_of_model(std::string_view model, const std::optional<std::string> &published, const char *name) {
+    in_child_with_empty({"/tmp", "/proc"}, [&] {
+        std::filesystem::create_directory("/proc/device-tree");
+        write_file("/proc/device-tree/model", model);
+        if (published) {
+            std::filesystem::create_directory("/tmp/sysinfo");
+            write_file("/tmp/sysinfo/board_name", *published);
+        }
+        EXPECT_STREQ(get_model_name(), name);
+        EXPECT_EQ(umount("/proc"), 0); // a leak check at the end of the child looks there
+    });
+}
+
+TEST(BoardName, a_system_without_a_published_one_is_named_by_its_device_tree) {
+    expect_board_of_model("Acme Halvor\0"sv, std::nullopt, "halvor");
+    expect_board_of_model("Acme Series,Tamber\0"sv, "", "tamber");
+    expect_board_of_model("Pellin\0"sv, "\n", "pellin");
+    expect_board_of_model("\0"sv, std::nullopt, "");
+}
+
+TEST(BoardName, what_is_published_comes_before_the_device_tree) {
+    expect_board_of_model("Acme Halvor\0"sv, "acme,tamber\n", "tamber");
 }
 
 std::string gateway(const char *interface) {
