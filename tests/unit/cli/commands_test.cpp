@@ -109,12 +109,16 @@ TEST_F(Commands, connect_with_another_mode_word_is_silent) {
 }
 
 TEST_F(Commands, connect_auto_without_a_database_is_the_one_that_fails) {
-    if (access("/www/src/lib/apn-config.js", F_OK) == 0) {
-        GTEST_SKIP() << "this machine has a database";
+    const auto without_database = [this] {
+        EXPECT_EQ(run("connect-auto"), "");
+        EXPECT_EQ(status, 255);
+        EXPECT_EQ(isp_object, nullptr);
+    };
+    if (access("/www", F_OK) == 0) {
+        in_child_with_empty({"/www"}, without_database);
+    } else {
+        without_database();
     }
-    EXPECT_EQ(run("connect-auto"), "");
-    EXPECT_EQ(status, 255);
-    EXPECT_EQ(isp_object, nullptr);
 }
 
 TEST_F(Commands, disconnect_takes_down_the_interface_of_the_current_modem) {
