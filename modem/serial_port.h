@@ -9,9 +9,8 @@
 // Opens the port in raw mode at one of the speeds 300, 1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200, with
 // RTS/CTS flow control where `flow_control` is not zero, for exclusive use (TIOCEXCL). Plain reads then end after
 // `timeout_ms` of silence (in steps of 100 ms, rounded down, 25.5 s at most), or, where it is negative, with the first
-// byte. Waits 50
-// ms for the port to settle and discards what is queued. Returns the descriptor and makes it the current port; or -1,
-// with one line on standard error.
+// byte. Waits 50 ms for the port to settle and discards what is queued. Returns the descriptor and makes it the current
+// port; or -1, with one line on standard error.
 int uartOpen(const char *path, int baud, int flow_control, int timeout_ms);
 
 // Sets the descriptor once more to what the latest uartOpen set it to: another process that closes the same tty puts

@@ -146,6 +146,22 @@ def test_silence_in_the_middle_of_a_reply(router):
     assert process.communicate()[0] == b"\n\r\n+X: 1\r\n\r\n+X: 2\r\n\r\nOK\r\n"
 
 
+def test_the_pauses_of_an_exchange(router):
+    """50 ms for the port to settle, 1 ms after each failed attempt at the lock, 10 ms for more of a reply to gather."""
+    r = router("ec25", ubus=False)
+    r.modem().misbehave("silent")
+    process = start_traced(r, ["vela_modem", "AT", AT_PORT, "AT+X"], "trace=flock,read,nanosleep,clock_nanosleep",
+                           "inject=flock:error=EAGAIN:when=1..3", device=None)
+    r.wait_for(lambda: r.modem().commands, "the command")
+    r.modem().say("\n+X: 1\n")
+    r.wait_for(lambda: "+X: 1" in r.read("/tmp/trace"), "the first line")
+    r.modem().say("\nOK\n")
+    assert process.communicate()[0] == b"\n\r\n+X: 1\r\n\r\nOK\r\n"
+    pauses = re.findall(r"nanosleep\(.*?\{tv_sec=0, tv_nsec=(\d+)000000\}", r.read("/tmp/trace"))
+    # The first line may come in pieces.
+    assert pauses[:4] == ["50", "1", "1", "1"] and set(pauses[4:]) == {"10"}
+
+
 def test_what_waits_on_the_port_before_the_exchange_is_discarded(router):
     r = router("ec25", ubus=False)
     for stale in (b"\r\nRING\r\n", b"\r\nOK\r\n", b"x" * 3000):
