@@ -2,6 +2,7 @@
 """Shows the program at work, on a simulated router with an EC25, an EP06 and an MC7430: each command as it is typed,
 what it prints, and at the end what the router and the modem saw of it."""
 
+import json
 import shlex
 import sys
 from pathlib import Path
@@ -9,7 +10,9 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 from showcase import new_router, showcase  # noqa: E402
+from sms_daemon import start_sms_daemon  # noqa: E402
 from velasim.router import Router, RouterError  # noqa: E402
+from velasim.sms_pdu import deliver, read_submit  # noqa: E402
 
 REQUEST = '{"at-command":"AT+CSQ","at-port":"/dev/ttyUSB2"}'
 
@@ -96,6 +99,32 @@ def show_automatic_connection(router: Router) -> bool:
     return show(router, "", ["uci", "get", f"network.{INTERFACE}.apn"]) and len(tried) == 2
 
 
+def show_messages(router: Router) -> bool:
+    """A message in and one out, with smstools3's daemon between the spool and the modem."""
+    def api(text: str, method: str, action: str, **request: str) -> bool:
+        body = json.dumps({"modem_id": 3, **request}, separators=(",", ":"), ensure_ascii=False)
+        return show(router, text, ["vela_api", method, f"/modem/sms/{action}", body])
+
+    incoming, modem = "/etc/spool/sms/incoming", router.modem()
+    start_sms_daemon(router, VMS99=modem)
+    modem.receive_sms(deliver("+900000000017", "261121093000", "Your data volume is 10 GB."))
+    router.wait_for(lambda: "AT+CMGD=1" in modem.commands, "the daemon to take the message", 60.0)
+    [name] = [file for file in router.listdir(incoming) if file.startswith("VMS99.")]
+    passed = [
+        api("A message has reached the modem, and smstools3's daemon has put it into the spool.", "get", "list"),
+        api("It is marked read, and deleted.", "post", "status", msg_id=name),
+        api("", "get", "list"),
+        api("", "post", "delete", msg_id=name),
+        api("And one goes out, through the daemon's script.", "post", "send",
+            number="+900000000018", message="10 \u20ac?"),
+    ]
+    router.wait_for(lambda: modem.sent_sms, "the daemon to send the message", 60.0)
+    [pdu] = modem.sent_sms
+    sent = read_submit(pdu)
+    print(f"The modem was given the PDU {pdu}\nwhich says {sent.text!r} to {sent.number}.")
+    return all(passed)
+
+
 def main() -> int:
     try:
         with showcase() as router:
@@ -105,6 +134,8 @@ def main() -> int:
             passed += [show(router, text, command) for text, command in CONNECTION_STEPS]
         with new_router() as router:
             passed.append(show_automatic_connection(router))
+        with Router("ec25") as router:
+            passed.append(show_messages(router))
     except RouterError as problem:
         print(f"demo: {problem}", file=sys.stderr)
         return 1

@@ -2,7 +2,10 @@
 
 import re
 
+from .sms_pdu import PduError, read_submit
+
 OK = b"\r\nOK\r\n"
+INVALID_PARAMETER = b"\r\n+CMS ERROR: 304\r\n"  # "Invalid PDU mode parameter" (3GPP TS 27.005)
 PROMPT = b"\r\n> "
 CAPACITY = 25
 
@@ -14,6 +17,7 @@ class SmsStore:
     def __init__(self) -> None:
         self.messages: dict[int, str] = {}
         self.used = False
+        self.announced = 0  # octets of the message that is being sent, without its service centre
         self.sent: list[str] = []
 
     def put(self, pdu: str) -> int:
@@ -24,15 +28,24 @@ class SmsStore:
         return slot
 
     def take_text(self, text: bytes, wanted: bool) -> bytes:
-        """The reply to the text that a client wrote after the prompt; not wanted: it changed its mind."""
+        """The reply to the text that a client wrote after the prompt; not wanted: it changed its mind. Only what a
+        network would take is sent."""
         if not wanted:
             return OK
-        self.sent.append(text.decode("latin-1").strip())
+        pdu = text.decode("latin-1").strip()
+        try:
+            read_submit(pdu, self.announced)
+        except PduError:
+            return INVALID_PARAMETER
+        self.sent.append(pdu.upper())
         return b"\r\n+CMGS: %d\r\n" % len(self.sent) + OK
 
     def answer(self, command: str) -> bytes | None:
         text = command.upper()
-        if re.fullmatch(r"AT\+CMGS=.+", text):
+        if match := re.fullmatch(r"AT\+CMGS=(.*)", text):
+            if not re.fullmatch(r"[0-9]{1,3}", match[1]):
+                return INVALID_PARAMETER
+            self.announced = int(match[1])
             return PROMPT
         if not self.used:
             return None

@@ -5,6 +5,7 @@ import time
 
 import pytest
 from at_client import CLIENT, FINAL, PATIENCE, ask, talk
+from velasim.sms_pdu import DATA, GSM7, INTERNATIONAL, NATIONAL, UCS2, Submit, read_submit
 
 def test_echo_and_framing(router):
     r = router("ec25")
@@ -143,11 +144,64 @@ def test_stored_messages(router):
     assert f"+CMGL: 1,1,,{length}\r\n{pdu}\r\n" in ask(r, "AT+CMGL=4")
     ask(r, "AT+CMGD=1")
     assert ask(r, "AT+CMGR=1") == "AT+CMGR=1\r\r\nOK\r\n"
-    replies = talk(r, "/dev/ttyUSB2", ("AT+CMGS=10\r", "> $"), ("0011223344\x1a",),
-                   ("AT+CMGS=10\r", "> $"), ("00\x1b",), ("AT\r",))
+
+
+# A message to a number: no service centre, relative validity, "hellohello" in the default alphabet.
+HEAD, NUMBER, TEXT = "001100", "0B919471000000F0", "0AE8329BFD4697D9EC37"
+SUBMIT = f"{HEAD}{NUMBER}0000AA{TEXT}"
+OCTETS = 23  # without the service centre's
+PROMPT_OR_ERROR = "> $|ERROR"
+
+
+def test_sending_a_message(router):
+    r = router("ec25")
+    replies = talk(r, "/dev/ttyUSB2", (f"AT+CMGS={OCTETS}\r", PROMPT_OR_ERROR), (f"{SUBMIT}\x1a",),
+                   (f"AT+CMGS={OCTETS}\r", PROMPT_OR_ERROR), ("00\x1b",), ("AT\r",))
     assert [reply for reply, _ in replies[1:]] == [
-        "\r\n+CMGS: 1\r\n\r\nOK\r\n", "AT+CMGS=10\r\r\n> ", "\r\nOK\r\n", "AT\r\r\nOK\r\n"]
-    assert r.modem().sent_sms == ["0011223344"]
+        "\r\n+CMGS: 1\r\n\r\nOK\r\n", f"AT+CMGS={OCTETS}\r\r\n> ", "\r\nOK\r\n", "AT\r\r\nOK\r\n"]
+    assert r.modem().sent_sms == [SUBMIT]
+
+
+def test_messages_that_no_network_would_take(router):
+    r = router("ec25")
+    announced_wrongly = [(OCTETS - 1, SUBMIT), (OCTETS + 1, SUBMIT), (0, "00"), (OCTETS, "")]
+    wrong = [
+        f"{SUBMIT}00", SUBMIT[:-2], SUBMIT[:-1], SUBMIT.replace("E8", "E-"),
+        # The service centre, the kind of message, the receiver, the data coding scheme, the text.
+        *(f"{centre}{SUBMIT[2:]}" for centre in ("0191", "03112143", "039121A3", "039121")),
+        *(SUBMIT.replace(HEAD, head) for head in ("001000", "001200", "001300")),
+        *(SUBMIT.replace(NUMBER, number) for number in (
+            "0091", "1591" + "11" * 10 + "F1", "0B119471000000F0", "0C919471000000F0", "0B919471000000A0",
+            "0B91A471000000F0", "0B91947100000010")),
+        *(SUBMIT.replace("0000AA", scheme) for scheme in ("000CAA", "0020AA", "0080AA", "0008AA")),
+        *(SUBMIT.replace(f"0000AA{TEXT}", text) for text in (
+            "0000AAA1" + "00" * 141, "0008AA8E" + "00" * 142, "0008AA02D83D", "0008AA03040404")),
+        f"005100{NUMBER}0000AA0A0A329BFD4697D9EC37",
+    ]
+    refused = announced_wrongly + [(len(pdu) // 2 - 1 - int(pdu[:2], 16), pdu) for pdu in wrong]
+    exchanges = [each for length, pdu in refused
+                 for each in ((f"AT+CMGS={length}\r", PROMPT_OR_ERROR), (f"{pdu}\x1a", "OK|ERROR.*\n"))]
+    replies = talk(r, "/dev/ttyUSB2", *exchanges)
+    assert [reply for reply, _ in replies[1::2]] == ["\r\n+CMS ERROR: 304\r\n"] * len(refused)
+    replies = talk(r, "/dev/ttyUSB2", *((f"AT+CMGS={length}\r", "ERROR.*\n") for length in ("", "+49", "1234")))
+    assert all(reply.endswith("\r\r\n+CMS ERROR: 304\r\n") for reply, _ in replies)
+    assert r.modem().sent_sms == []
+
+
+@pytest.mark.parametrize("pdu, expected", [
+    (SUBMIT, Submit("", "49170000000", INTERNATIONAL, GSM7, b"", "hellohello")),
+    ("06910900000031" + "0100" + "04A12143" + "0008" + "0420AC0404",
+     Submit("9000000013", "1234", NATIONAL, UCS2, b"", "\u20ac\u0404")),
+    ("00" + "0100" + "038121F3" + "0000" + "029B32", Submit("", "123", 0x81, GSM7, b"", "\u20ac")),
+    ("00" + "1900" + "038121F3" + "00F5" + "62112111304300" + "02CAFE", Submit("", "123", 0x81, DATA, b"", "cafe")),
+    ("00" + "4100" + "038121F3" + "0000" + "09" + "0500030102029069",
+     Submit("", "123", 0x81, GSM7, bytes.fromhex("0003010202"), "Hi")),
+    ("00" + "4100" + "038121F3" + "0008" + "08" + "0500030102020404",
+     Submit("", "123", 0x81, UCS2, bytes.fromhex("0003010202"), "\u0404")),
+], ids=("seven_bits", "own_service_centre_and_ucs2", "escaped_character", "absolute_validity_and_data",
+        "part_in_seven_bits", "part_in_ucs2"))
+def test_what_a_message_says(pdu, expected):
+    assert read_submit(pdu) == expected
 
 
 # The bus

@@ -1,12 +1,10 @@
-"""Received messages: from hostile spools, and from a modem by way of the real SMS daemon, through the plug-in."""
+"""Received messages, from recorded and from hostile spools, through the plug-in."""
 
 import os
-import shutil
 import signal
 from pathlib import Path
 
 import pytest
-from sms_pdu import UCS2, deliver
 from velasim import Router
 
 REPLIES = Path(__file__).resolve().parents[1] / "replies" / "smstools3-spool"
@@ -195,58 +193,3 @@ def test_files_that_come_and_go_while_they_are_listed(router):
         assert "VMS99.stays" in [message["name"] for message in messages]
         assert all(message["body"] in ("body", "") for message in messages)
     churn.kill()
-
-
-# The real daemon
-
-DAEMON = """
-devices = VMS99, VMS98
-outgoing = /etc/spool/sms/outgoing
-checked = /etc/spool/sms/checked
-incoming = /etc/spool/sms/incoming
-logfile = /tmp/smsd.log
-infofile = /run/smsd.working
-pidfile = /run/smsd.pid
-delaytime = 1
-
-[VMS99]
-device = {first}
-incoming = yes
-
-[VMS98]
-device = {second}
-incoming = yes
-"""
-
-
-def test_messages_received_by_smstools3(router):
-    assert shutil.which("smsd", path="/usr/sbin:/usr/bin"), "this test needs Debian's package smstools"
-    r = router(modems={"1-1.2": "ec25", "1-1.3": "ec20"})
-    first, second = r.modem("1-1.2"), r.modem("1-1.3")
-    r.write("/etc/smsd.conf", DAEMON.format(first=first.tty(3), second=second.tty(3)))
-    # The daemon writes UCS-2 in network order, the program reads it in the order that the C library means by "UCS2".
-    # Characters of two equal bytes are the same in both.
-    wide = "\u0404\u0505\u4e4e\u5959"
-    first.receive_sms(deliver("+900000000017", "261001123456", "Hello from GSM 7 bit, 17 times"))
-    first.receive_sms(deliver("0900000018", "261001123457", wide, UCS2))
-    second.receive_sms(deliver("+900000000019", "261001123458", "for the other modem"))
-
-    daemon = r.start("/usr/sbin/smsd", "-t", "-c/etc/smsd.conf")
-    # A message is deleted from the modem once its file is complete.
-    r.wait_for(lambda: "AT+CMGD=2" in first.commands and "AT+CMGD=1" in second.commands,
-               "the daemon to take the messages from the modems", 120.0)
-    daemon.terminate()
-    daemon.wait(60)
-    r.wait_idle()
-
-    names = [name for name in r.listdir(INCOMING) if name.startswith("VMS")]
-    assert [name[:6] for name in names] == ["VMS98.", "VMS99.", "VMS99."]
-    messages = sorted(listed(r), key=lambda message: message["time"])
-    assert sorted(message.pop("name") for message in messages) == names[1:]
-    assert messages == [
-        {"from": "900000000017\n", "type": "international", "time": "26-10-01 12:34:56\n",
-         "body": "Hello from GSM 7 bit, 17 times", "status": "unread"},
-        {"from": "0900000018\n", "type": "national", "time": "26-10-01 12:34:57\n", "body": wide, "status": "unread"}]
-
-    assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": names[1]}) == (0, {})
-    assert only_listed(r)["name"] == names[2]
