@@ -26,6 +26,7 @@
 //   probe ttl INTERFACE TTL DEVICE forced TTL
 //   probe set-apn BUS APN          writes the APN, or the APN with its credentials, into the modem; -17 where the model
 //   probe set-ath BUS APN USER PASSWORD AUTHENTICATION                                           does not support it
+//   probe commands                 the commands of vela_modem in their order
 //
 // Output: the JSON object where there is one, then "result N".
 #include <cstdio>
@@ -37,6 +38,7 @@
 
 #include "api/brief_info_endpoints.h"
 #include "api/handler.h"
+#include "cli/commands.h"
 #include "connection/bring_up.h"
 #include "connection/connect.h"
 #include "connection/interface_control.h"
@@ -154,6 +156,15 @@ int force_ttl(const Call &call) {
     return modem_set_ttl(model, call.text(2));
 }
 
+int commands(const Call &call) {
+    json_object *names = json_object_new_array();
+    for (const Command &command : all_commands()) {
+        json_object_array_add(names, json_object_new_string(command.name));
+    }
+    json_object_object_add(call.reply, "commands", names);
+    return 0;
+}
+
 struct Operation {
     const char *name;
     size_t arguments;
@@ -203,6 +214,7 @@ constexpr Operation OPERATIONS[] = {
     {"metric", 2, [](const Call &call) { return change_metric_value(call.text(0), call.text(1)); }},
     {"set-apn", 2, set_apn},
     {"set-ath", 5, set_ath},
+    {"commands", 0, commands},
 };
 // clang-format on
 
