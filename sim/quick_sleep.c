@@ -1,11 +1,13 @@
 // Preloaded into the programs of a simulated router, shortens their waiting: a sleep of a second or more takes a
 // hundredth of it. What waits for a modem's restart or for a link then takes as long as a test may take, and the
-// programs are still those that ship.
+// programs are still those that ship. An alarm, which bounds what hangs, comes after a tenth of its time: what does not
+// hang has to end before it, on a busy machine, too.
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <sys/time.h>
 #include <time.h>
 
-enum { DIVISOR = 100, NS_PER_SECOND = 1000000000 };
+enum { DIVISOR = 100, ALARM_DIVISOR = 10, US_PER_SECOND = 1000000, NS_PER_SECOND = 1000000000 };
 
 typedef int (*sleeper)(clockid_t, int, const struct timespec *, struct timespec *);
 
@@ -27,4 +29,15 @@ int nanosleep(const struct timespec *asked, struct timespec *left) {
     const struct timespec actual = shortened(asked);
     typedef int (*short_sleeper)(const struct timespec *, struct timespec *);
     return ((short_sleeper)dlsym(RTLD_NEXT, "nanosleep"))(&actual, left);
+}
+
+unsigned alarm(unsigned seconds) {
+    const long long microseconds = (long long)seconds * US_PER_SECOND / ALARM_DIVISOR;
+    const struct itimerval timer = {
+        .it_value = {.tv_sec = microseconds / US_PER_SECOND, .tv_usec = microseconds % US_PER_SECOND}};
+    struct itimerval left = {0};
+    setitimer(ITIMER_REAL, &timer, &left);
+    // What was left, in whole seconds of the caller's time; never none of an alarm that was still to come.
+    const long long before = (left.it_value.tv_sec * (long long)US_PER_SECOND + left.it_value.tv_usec) * ALARM_DIVISOR;
+    return (unsigned)((before + US_PER_SECOND - 1) / US_PER_SECOND);
 }

@@ -93,7 +93,7 @@ class Router:
         """`modem` is short for modems={"1-1.2": modem}. `uci` is the text of configuration files by package and
         `files` that of any other files, in place of those of sim/image (None: no such file). `ubus` may be what the bus
         daemon reports from the start, and False for none at all. In a `quick` router a sleep of a second or more takes
-        a hundredth of it (quick_sleep.c)."""
+        a hundredth of it, and an alarm comes after a tenth (quick_sleep.c)."""
         if os.geteuid() != 0:
             raise RouterError("the simulated router needs root (mount namespaces): run it as root or with sudo")
         self.build = Path(build or os.environ.get("VELA_BUILD") or SIM.parent / "build").resolve()
