@@ -24,6 +24,7 @@
 //   probe connect-serial BUS FLAGS DEVICE  as if the model had these flags;  probe connect-qcm BUS DEVICE ("-": none)
 //   probe mwan3 INTERFACE [VISIBILITY]  the interface's place in mwan3;  probe metric INTERFACE BUS
 //   probe ttl INTERFACE TTL DEVICE forced TTL
+//   probe send REQUEST             sends a message as the endpoint does, and says which modem is the current one then
 //   probe set-apn BUS APN          writes the APN, or the APN with its credentials, into the modem; -17 where the model
 //   probe set-ath BUS APN USER PASSWORD AUTHENTICATION                                           does not support it
 //   probe commands                 the commands of vela_modem in their order
@@ -55,6 +56,7 @@
 #include "router/passthrough.h"
 #include "router/wifi_channel.h"
 #include "router/wifi_interference.h"
+#include "sms/sms_sending.h"
 #include "vendor/sierra_registration.h"
 
 namespace {
@@ -149,6 +151,11 @@ int connect_qcm(const Call &call) {
     return with_current_modem(modem_connect_qcm(call.modem(), {.device = device}), call.reply);
 }
 
+int send(const Call &call) {
+    const Json request(json_tokener_parse(call.text(0)));
+    return with_current_modem(send_modem_sms(request.get(), call.reply), call.reply);
+}
+
 int force_ttl(const Call &call) {
     ModemModel model = *modem_head;
     text_copy(model.ifname, call.text(0));
@@ -212,6 +219,7 @@ constexpr Operation OPERATIONS[] = {
     {"mwan3", 2, [](const Call &call) { return set_mwan3(call.text(0), call.text(1)), 0; }},
     {"ttl", 3, force_ttl},
     {"metric", 2, [](const Call &call) { return change_metric_value(call.text(0), call.text(1)); }},
+    {"send", 1, send},
     {"set-apn", 2, set_apn},
     {"set-ath", 5, set_ath},
     {"commands", 0, commands},
