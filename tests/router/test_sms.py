@@ -5,6 +5,7 @@ import signal
 from pathlib import Path
 
 import pytest
+from probe_client import probe
 from velasim import Router
 
 REPLIES = Path(__file__).resolve().parents[1] / "replies" / "smstools3-spool"
@@ -46,6 +47,14 @@ def test_unread_and_read_messages_of_a_recorded_spool(router):
     assert r.events == []
 
 
+@pytest.mark.parametrize("missing", [[], [STORAGE], [INCOMING], [INCOMING, STORAGE]], ids=str)
+def test_an_empty_incoming_directory_and_a_missing_storage_directory_give_an_empty_list(router, missing):
+    r = router("ec25", ubus=False)
+    for directory in missing:
+        r.remove(directory)
+    assert r.api("get", "/modem/sms/list", EC25) == (0, {"messages": []})
+
+
 def test_directories_that_are_missing(router):
     r = router("ec25")
     r.remove(STORAGE)
@@ -57,6 +66,43 @@ def test_directories_that_are_missing(router):
     assert listed(r) == []
     assert r.api("post", "/modem/sms/delete", {**EC25, "msg_id": "VMS99.a"}) == (-259, {})
     assert r.commands == []
+
+
+@pytest.mark.parametrize("missing", [INCOMING, STORAGE])
+def test_delete_all_with_only_one_of_the_two_directories_deletes_nothing_and_answers_minus_259(router, missing):
+    r = router("ec25", ubus=False)
+    for directory in (INCOMING, STORAGE):
+        r.write(f"{directory}/VMS99.a", "\n")
+    r.remove(missing)
+    assert r.api("post", "/modem/sms/delete_all", EC25) == (-259, {})
+    [present] = {INCOMING, STORAGE} - {missing}
+    assert r.listdir(present) == ["VMS99.a"] and not r.exists(missing) and r.commands == []
+
+
+@pytest.mark.parametrize("content, expected", [
+    pytest.param("From: 17\nSent: 26-10-01\n", {"from": "17\n", "time": "26-10-01\n", "body": ""},
+                 id="a file without an empty line has an empty body"),
+    pytest.param("Alphabet: UCS2\n\n\x04\x04\x05\x05", {"body": ""},
+                 id="a UCS-2 message whose Length line is missing converts nothing and shows an empty body"),
+    pytest.param("From: 900000017\n\nbody", {"from": "900000017\n", "body": "body"},
+                 id="a From line that holds a number gives the number followed by the line feed"),
+])
+def test_what_is_read_of_a_message(router, content, expected):
+    r = router("ec25", ubus=False)
+    r.write(f"{INCOMING}/VMS99.a", content)
+    assert only_listed(r) == {**expected, "status": "unread", "name": "VMS99.a"}
+
+
+def test_the_unread_count_is_that_of_vms98_files_for_bus_1_1_3_and_of_vms99_files_for_any_other(router):
+    buses = ("1-1.2", "1-1.3", "2-1.2")
+    r = router(modems=dict.fromkeys(buses, "unknown"), ubus=False)
+    for name in ("VMS98.a", "VMS99.b", "VMS99.c", "VMS99.d", "VMS97.e", "LK_VMS98.f", "VMS98", "VMS99"):
+        r.write(f"{INCOMING}/{name}", "\n")
+    r.write(f"{STORAGE}/VMS99.read", "\n")
+    r.write(f"{STORAGE}/VMS98.read", "\n")
+    assert [probe(r, "mcu", bus)[1]["sms"] for bus in buses] == ["3", "2", "3"]
+    r.remove(INCOMING)
+    assert all("sms" not in probe(r, "mcu", bus)[1] for bus in buses)
 
 
 def test_requests_that_name_no_modem_or_no_message(router):
