@@ -9,7 +9,6 @@ from pathlib import Path
 
 import pytest
 from support import AT_PORT, DEVICE, SYSFS, locked, traced
-from test_endpoints import PENDING
 from velasim import Router
 
 pytestmark = pytest.mark.shipped
@@ -144,10 +143,30 @@ def test_replies_that_fill_the_buffer_leave_nothing_in_the_host(router):
     assert_nothing_is_left(first, second, 30)
 
 
-def test_ten_thousand_calls_of_every_endpoint_without_a_modem_leave_nothing(router):
+SMS = {"modem_id": 3, "msg_id": "VMS99.a", "number": "17", "message": "Hello"}
+SETTINGS = {"action": "set", "country": "Suomi", "country_code": "358", "tel": "17", "email": "a@b.example",
+            "account": "me@mail.example", "password": "s3cret", "smtp": "mail.example:587", "local_tel": "17"}
+
+
+@pytest.mark.parametrize("method, endpoint, request_body, times", [
+    ("get", "list", SMS, 500), ("post", "delete", SMS, 500), ("post", "delete_all", SMS, 20), ("post", "send", SMS, 20),
+    ("post", "status", SMS, 500), ("post", "code", {}, 500), ("post", "code", SETTINGS, 100),
+    ("post", "forward", SETTINGS, 100), ("get", "flist", {}, 500), ("post", "account", SETTINGS, 20),
+], ids=lambda value: value if isinstance(value, str) else "")
+def test_requests_for_messages_leave_nothing_in_the_host(router, method, endpoint, request_body, times):
+    r = router(ubus=False, files={"/etc/forward": "", "/etc/spool/sms/storage/VMS99.b": "From: 17\n\nbody"})
+    r.answer("opkg", "ssmtp - 2.64-4\n")
+    [[first, second, status]] = host(r, [method, f"/modem/sms/{endpoint}", request_body, 5, times])
+    assert status == (-259 if endpoint == "delete" else 0)
+    assert_nothing_is_left(first, second, times)
+
+
+def test_ten_thousand_requests_that_are_refused_leave_nothing_in_the_host(router):
     r = router(ubus=False)
-    plan = [[method, path, {}, 50, 10000] for method, path in PENDING]
-    for (first, second, _), (*_, times) in zip(host(r, *plan), plan):
+    refused = {"list": -251, "delete": -251, "delete_all": -251, "send": -251, "status": -251, "forward": -7}
+    plan = [["get" if name == "list" else "post", f"/modem/sms/{name}", {}, 50, 10000] for name in refused]
+    for (first, second, status), expected, (*_, times) in zip(host(r, *plan), refused.values(), plan):
+        assert status == expected
         assert_nothing_is_left(first, second, times)
 
 
