@@ -11,7 +11,6 @@
 #include "platform/board.h"
 #include "platform/json.h"
 #include "platform/owners.h"
-#include "platform/text.h"
 #include "vendor/apn_database.h"
 
 namespace {
@@ -73,7 +72,6 @@ ModemModel *no_ports(ModemModel *out) {
 
 ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, int detail) {
     *out = no_modem();
-    text_copy(out->bus, bus);
     UsbDevice device;
     if (find_usb_device(bus, &device) != 0) {
         return out;

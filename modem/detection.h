@@ -9,7 +9,8 @@
 // Finds the modem on `bus`, such as "1-1.2", and fills `out`: a copy of its row with the run-time fields for that bus.
 // Returns out. Where there is no usable modem (no device, or its ports are not there yet) only out->modem_id is
 // meaningful: MODEM_ID_NONE. A device that is in no row is taken for the unknown modem as long as it has ports. Aborts
-// where the bus does not fit its field. `bus` does not lie in `out`. What went wrong is told with DEBUG_printf.
+// where there is a modem and the bus does not fit its fields (replace_modem_struct). `bus` does not lie in `out`. What
+// went wrong is told with DEBUG_printf.
 //
 // `report` receives what was found: "ports" (array of device paths), "modem_id", "data_port", "control_port" and, where
 // the model has one, "qmi_port" (device paths, empty where the port is not there). With `detail` not 0 also "name" (the

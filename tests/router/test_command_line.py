@@ -93,8 +93,10 @@ def test_only_the_first_argument_is_the_debug_switch(two, argv):
     assert (code, err) == (0, "") and out.startswith("vid 2C7C,pid 125\n{") and out.endswith("}\n" + COMMAND_USAGE)
 
 
-@pytest.mark.parametrize("bus", ["1-1.4", "x1-1y", "12-15", "-D1-1", "AT1-1.2", "../1-1.2", "1-1.2/", "1-1.2 ", " 1-1",
-                                 "1-1*", "2-1%s%n", "1-1\n", "1-1.2.3.4.5"], ids=repr)
+@pytest.mark.parametrize("bus", [
+    "1-1.4", "x1-1y", "12-15", "-D1-1", "AT1-1.2", "../1-1.2", "1-1.2/", "1-1.2 ", " 1-1", "1-1*", "2-1%s%n", "1-1\n",
+    "1-1.2.3.4.5", "1-1.2345678901", "1-1/../1-1.2", "1-1" * 3400, "\x012-1" + "\n" * 10240,
+], ids=lambda bus: repr(bus[:16]))
 def test_any_text_with_1_1_or_2_1_in_it_is_a_bus_and_an_unknown_one_ends_silently(two, bus):
     assert run(two, bus, "AT", "AT") == (0, "", "")
     assert run(two, "-B", bus, "AT", "AT") == (0, "", "")
@@ -102,15 +104,6 @@ def test_any_text_with_1_1_or_2_1_in_it_is_a_bus_and_an_unknown_one_ends_silentl
 
 def test_undecodable_bytes_in_a_bus_end_silently(two):
     assert run(two, b"\xff1-1\x80", "AT", "AT") == (0, "", "")
-
-
-@pytest.mark.parametrize("bus", [
-    "1-1.23456789", "1-1.2345678901", "1-1/../1-1.2", "1-1" * 3400, "\x012-1" + "\n" * 10240,
-], ids=lambda bus: repr(bus[:16]))
-def test_a_bus_that_does_not_fit_its_field_aborts_whether_or_not_anything_is_plugged_in(two, empty, bus):
-    for r in (two, empty):
-        assert run(r, bus, "AT", "AT") == (ABORTED, "", "")
-        assert run(r, "-B", bus, "AT", "AT") == (ABORTED, "", "")
 
 
 def test_the_longest_bus_that_an_interface_name_can_carry(router):

@@ -189,7 +189,14 @@ def test_a_report_that_is_longer_than_a_debug_line_is_cut_without_harm(router):
     assert report.startswith('{\n  "ports":[\n    "\\/dev\\/') and len(report) == 1023
 
 
-def test_a_bus_name_too_long_aborts_before_anything_is_looked_up(router):
-    r = router("ec25", ubus=False)
-    result = r.run("vela_modem", "-D", "1-1.2.3.4.5.6", "no-such-command")
+LONG_BUS = "1-1.2.3.4.5.6"  # more than a model's fields hold
+
+
+def test_a_bus_name_too_long_for_a_modem_is_a_bus_without_one(router):
+    assert debug(router("ec25", ubus=False), LONG_BUS) == NO_DEVICE
+
+
+@pytest.mark.parametrize("name", ["ec25", "unknown"])
+def test_a_modem_on_a_bus_whose_name_is_too_long_aborts(router, name):
+    result = router(modems={LONG_BUS: name}, ubus=False).run("vela_modem", "-D", LONG_BUS, "no-such-command")
     assert (result.returncode, result.stdout) == (ABORTED, "")
