@@ -1,6 +1,7 @@
 """Modem detection: the report that -D shows, to the letter, and what is no modem (yet)."""
 
 import pytest
+from probe_client import probe
 from support import ABORTED, COMMAND_USAGE, DEVICE, MODELS, debug, locked, pretty
 from velasim import Router
 
@@ -67,11 +68,13 @@ def test_an_unknown_device_without_ports_is_no_modem(router):
     remove_ports(r)
     assert debug(r) == ("vid 1D0D,pid A1\nfailed get ports\n", {})
     assert r.run("vela_modem", "AT", "AT").stdout == ""
+    assert probe(r, "detect", "1-1.2") == (-1, {"ports": []})
 
 
 def test_no_device_at_the_bus(router):
     r = router(ubus=False)
     assert debug(r) == NO_DEVICE and debug(r, "1-1.3") == NO_DEVICE
+    assert probe(r, "detect", "1-1.2") == (-1, {})
 
 
 @pytest.mark.parametrize("name", ["ec25", "bg95", "mc7430"])
@@ -81,6 +84,7 @@ def test_a_known_model_whose_ports_are_not_there_yet_is_no_modem(router, name):
     assert debug(r) == (MODELS[name].ids + "\nfailed get ports\n", {})
     result = r.run("vela_modem", "AT", "AT")
     assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    assert probe(r, "detect", "1-1.2") == (-1, {"ports": []})
 
 
 def test_a_modem_is_there_as_soon_as_its_ports_are(router):

@@ -3,8 +3,8 @@
 import json
 
 import pytest
-from probe_client import probe
-from support import MODELS
+from probe_client import probe, run_probe
+from support import ABORTED, MODELS
 from velasim import Router
 
 BUS = "1-1.2"
@@ -341,6 +341,14 @@ def test_disabled(router, options, result):
     assert probe(r, "disabled", BUS) == (result, {})
     assert probe(r, "disabled", "1-1.3") == (0, {})
     assert r.events == []
+
+
+def test_disabled_of_the_longest_bus(router):
+    # The section's name has room for 19 characters.
+    uci = {"network": "config interface 'modem_1_1_2_3_4_5_6'\n\toption disabled '1'\n"}
+    r = router(ubus=False, uci=uci)
+    assert probe(r, "disabled", "1-1.2.3.4.5.6") == (1, {})
+    assert run_probe(r, "disabled", "1-1.2.3.4.5.67").returncode == ABORTED
 
 
 def test_disabled_without_a_configuration(router):
