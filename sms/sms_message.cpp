@@ -106,13 +106,13 @@ void read_body(FILE *file, const BodyFormat &format, json_object *message) {
     // both, and what that takes in behind the body are the NULs of the buffer.
     static constexpr size_t BYTES_PER_CHARACTER = 3;
     char body[BODY_SIZE] = {};
-    char converted[BODY_SIZE] = {};
+    char converted[BODY_SIZE + 1] = {};
     const size_t got = fread(body, 1, sizeof body, file);
     if (format.is_ucs2) {
         const size_t most = format.length * BYTES_PER_CHARACTER;
         ucs2_to_utf8(body, most, converted, most);
     } else {
-        memcpy(converted, body, std::min(got, sizeof converted - 1));
+        memcpy(converted, body, got);
     }
     vjson_add_string(message, "body", converted);
 }

@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     check_text(message.get(), "from", size * MOST_OF_A_BYTE);
     check_text(message.get(), "time", size * MOST_OF_A_BYTE);
-    check_text(message.get(), "body", 2047 * MOST_OF_A_BYTE);
+    check_text(message.get(), "body", 2048 * MOST_OF_A_BYTE);
     require(vjson_get_string(message.get(), "body") != nullptr);
     const char *type = vjson_get_string(message.get(), "type");
     require(type == nullptr || strcmp(type, "international") == 0 || strcmp(type, "national") == 0 ||

@@ -12,7 +12,7 @@ REPLIES = Path(__file__).resolve().parents[1] / "replies" / "smstools3-spool"
 INCOMING = "/etc/spool/sms/incoming"
 STORAGE = "/etc/spool/sms/storage"
 EC25 = {"modem_id": 3}
-LONGEST_BODY = 2047
+LONGEST_BODY = 2048
 
 
 def listed(r: Router) -> list[dict]:

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr size_t LONGEST_BODY = 2047;
+constexpr size_t LONGEST_BODY = 2048;
 
 Json read(const std::string &text) {
     Json message(json_object_new_object());
@@ -217,7 +217,7 @@ TEST(SmsMessage, bytes_that_are_no_utf8_come_as_replacement_characters) {
 
 // The body
 
-TEST(SmsMessage, a_body_is_cut_after_2047_bytes) {
+TEST(SmsMessage, a_body_is_cut_after_2048_bytes) {
     const std::string header = "Length: 3000\n\n";
     EXPECT_EQ(body_of(header + std::string(LONGEST_BODY, 'a')), std::string(LONGEST_BODY, 'a'));
     EXPECT_EQ(body_of(header + std::string(LONGEST_BODY + 1, 'a')), std::string(LONGEST_BODY, 'a'));
@@ -279,6 +279,10 @@ TEST(SmsMessage, a_number_stays_when_a_later_length_line_has_none) {
 TEST(SmsMessage, of_a_ucs2_body_at_most_2048_bytes_are_read) {
     const std::string text = repeated("abcdefgh", 1000);
     EXPECT_EQ(body_of(ucs2_message("8000", ucs2(text))), text.substr(0, 1024));
+}
+
+TEST(SmsMessage, a_ucs2_body_that_keeps_its_size_in_utf8_is_whole) {
+    EXPECT_EQ(body_of(ucs2_message("1024", ucs2(repeated("ж", 1024)))), repeated("ж", 1024));
 }
 
 TEST(SmsMessage, a_ucs2_body_that_grows_in_utf8_is_cut_between_characters) {
