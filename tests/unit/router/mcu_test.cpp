@@ -1,40 +1,18 @@
 // What the microcontroller is told when memory is short. All else needs a modem, and is tested with one.
 #include "router/mcu.h"
 
-#include <cstring>
 #include <dlfcn.h>
-#include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/owners.h"
 #include "support/child.h"
+#include "support/system_log.h"
 
 namespace {
 
 bool memory_is_short = false;
-
-// The system log, which takes datagrams at a socket.
-class SystemLog {
-public:
-    SystemLog() : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/dev/log"};
-        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0) << strerror(errno);
-    }
-
-    // The next line; empty where there is none.
-    std::string line() {
-        char text[256];
-        const ssize_t length = recv(socket_.get(), text, sizeof text, 0);
-        return length < 0 ? std::string() : std::string(text, static_cast<size_t>(length));
-    }
-
-private:
-    Descriptor socket_;
-};
 
 TEST(Mcu, nothing_is_told_when_memory_is_short) {
     in_child_with_empty({"/dev"}, [] {

@@ -1,18 +1,23 @@
 // The counters of /proc/net/dev, with a file of the test's own in its place.
 #include "router/passthrough.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <sys/mount.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/json.h"
 #include "platform/owners.h"
 #include "support/child.h"
 #include "support/files.h"
+#include "support/system_log.h"
 
 namespace {
+
+bool memory_is_short = false;
 
 // What is reported of device "tun0" where /proc/net/dev holds `content`.
 void expect_counters(const std::string &content, const std::string &report) {
@@ -56,4 +61,40 @@ TEST(ProcNetDev, a_device_that_is_not_listed_or_a_line_that_is_cut_has_no_counte
     expect_counters("ab", "{}");
 }
 
+// What is logged, at error priority, where the counters cannot be read: of `content`, or of no file where that is null.
+void expect_message(const char *content, const char *message) {
+    in_child_with_empty({"/proc", "/dev"}, [&] {
+        SystemLog log;
+        std::filesystem::create_directory("/proc/net");
+        if (content != nullptr) {
+            write_file("/proc/net/dev", content);
+        }
+        const Json reply(json_object_new_object());
+        memory_is_short = content != nullptr;
+        get_ppp_ifstats_by_proc_net_dev(reply.get(), "tun0");
+        memory_is_short = false;
+        EXPECT_EQ(json_object_object_length(reply.get()), 0);
+        EXPECT_THAT(log.line(), testing::AllOf(testing::StartsWith("<11>"), // user, error
+                                               testing::EndsWith(std::string(": ") + message)));
+        EXPECT_EQ(log.line(), "");
+        umount2("/proc", MNT_DETACH);
+    });
+}
+
+TEST(ProcNetDev, a_file_that_cannot_be_opened_is_logged) {
+    expect_message(nullptr, "Function:get_ppp_ifstats_by_proc_net_dev Line:141 can't open 'proc/net/dev': "
+                            "No such file or directory\n");
+}
+
+TEST(ProcNetDev, memory_that_is_short_is_logged) {
+    expect_message("123456tun0: 11 0 0 0 0 0 0 0 22\n",
+                   "Function:get_ppp_ifstats_by_proc_net_dev Line:147 malloc failed\n");
+}
+
 } // namespace
+
+// In place of the C library's own in all that is linked statically (the linker's --wrap).
+extern "C" void *__real_malloc(size_t size);
+extern "C" void *__wrap_malloc(size_t size) {
+    return memory_is_short ? nullptr : __real_malloc(size);
+}
