@@ -179,6 +179,17 @@ def trace_lines(r: Router, trace: str = TRACE) -> list[str]:
     return [line for line in r.read(trace).splitlines() if not line.startswith("strace:")]
 
 
+BUS_CALLS = "trace=connect,poll"
+
+
+def bus_times(lines: list[str]) -> list[int]:
+    """Of each connection to the message bus, the most seconds that an answer is given: what the system calls of a trace
+    of BUS_CALLS are told, not what they take."""
+    connections = "\n".join(lines).split("ubus.sock")[1:]
+    waits = [[int(wait) for wait in re.findall(r"^poll\(.*\], 1, (\d+)\)", text, re.MULTILINE)] for text in connections]
+    return [round(max(wait) / 1000) for wait in waits]
+
+
 @contextlib.contextmanager
 def stopped_at_the_lock(r: Router, argv: list[str]) -> Iterator[Process]:
     """A program that has just taken the port's lock and stands still there; it goes on at the end of the block."""

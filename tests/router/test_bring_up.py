@@ -4,7 +4,7 @@ import re
 
 import pytest
 from probe_client import parse, probe, run_probe
-from support import ABORTED, traced
+from support import ABORTED, BUS_CALLS, bus_times, traced
 from velasim import Router
 
 UP, PENDING, DOWN = 0, 1, 2
@@ -211,9 +211,19 @@ def test_up_without_a_bus_does_the_rest(router):
 def test_the_pause_before_each_question(router, operation, pause):
     r = make(router, lists("wan"), interface("pending"))
     argv = [str(r.build / "tests/router/probe"), operation, "3", NAME]
-    result, lines = traced(r, argv, "trace=clock_nanosleep,nanosleep", device=None)
+    result, lines = traced(r, argv, "trace=clock_nanosleep,nanosleep,connect", device=None)
     assert parse(result) == (PENDING, {})
-    assert [re.search(r"\{tv_sec.*?\}", line)[0] for line in lines if "nanosleep" in line] == [pause] * 3
+    steps = re.findall(r"\{tv_sec.*?\}|ubus\.sock", "\n".join(lines))
+    assert steps == ["ubus.sock", *[pause, "ubus.sock"] * 3, "ubus.sock"]  # the reload comes first
+
+
+@pytest.mark.parametrize("operation", ["bring-up", "take-down"])
+def test_netifd_has_100_seconds_for_each_answer(router, operation):
+    r = make(router, lists("wan"), interface("pending"))
+    argv = [str(r.build / "tests/router/probe"), operation, "1", NAME]
+    result, lines = traced(r, argv, BUS_CALLS, device=None)
+    assert parse(result) == (PENDING, {})
+    assert bus_times(lines) == [100, 100, 100]  # for the reload, the question and the last question
 
 
 # Down: what is done

@@ -7,7 +7,7 @@ from syslog import LOG_DEBUG
 import pytest
 from probe_client import probe
 from router_config import EC25_CARRIER, KNOWN_SIMS, carrier_lookup, effects, exchange, interfaces, status_call
-from support import DEVICE, MODELS, TRACED, pretty, system_log, tracer
+from support import BUS_CALLS, DEVICE, MODELS, TRACED, bus_times, pretty, system_log, traced, tracer
 from velasim import Router
 
 INCOMING = "/etc/spool/sms/incoming"
@@ -372,6 +372,12 @@ def test_whether_the_interface_is_up(router, name, state, up):
     before = WITH_SIGNAL if name == "ec25" else ["carrier"]
     assert list(reply) == [*before, *(["modem_up"] if up else [])]
     assert reply.get("modem_up") == ("1" if up else None)
+
+
+def test_the_interface_has_100_seconds_to_answer(router):
+    r = router("ec25", ubus=bus_with("up"))
+    _, lines = traced(r, ["vela_modem", "test"], BUS_CALLS, device=None)
+    assert bus_times(lines) == [100]
 
 
 def test_another_interface_that_is_up_does_not_count(router):

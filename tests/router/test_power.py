@@ -2,13 +2,14 @@
 
 import json
 import os
+import re
 import stat
 import syslog
 from dataclasses import dataclass, field
 from typing import Callable
 
 import pytest
-from support import ABORTED, DEVICE, MODELS, locked, system_log
+from support import ABORTED, DEVICE, MODELS, SYSFS, locked, system_log, traced
 from velasim import Router
 from velasim.router import Result
 
@@ -338,6 +339,32 @@ def test_a_modem_that_does_not_come_back(router, disable):
         assert messages() == ([FAILED, SUCCESS] if disable else [])
     # The interface stays down, and the messages' daemon, too.
     assert_sequence(r, [*taken_down(), *([] if disable else [POWER]), CHECK], ["> /usr/bin/check_verizon"])
+
+
+def slept_and_done(lines: list[str]) -> list[str]:
+    """The pauses among traced system calls, and the looks for the modem and the commit between them."""
+    sleep = r"nanosleep\(.*?\{tv_sec=(\d+), tv_nsec=(\d+)\}"
+    found = re.findall(rf'{sleep}|"({SYSFS})"|rename.*"(/etc/config/velamodem)"', "\n".join(lines))
+    # A quick router sleeps a hundredth of what it is told.
+    return ["look" if look else "commit" if commit else f"{(int(seconds) * 10**9 + int(ns)) // 10**7} s"
+            for seconds, ns, look, commit in found]
+
+
+@pytest.mark.parametrize("path, more, present, steps", [
+    ("/modem/reset", {}, True, ["20 s", "look", "1 s"]),
+    ("/modem/reset", {}, False, ["20 s", *["look"] * 30]),
+    ("/modem/sim/switch", {"sim_num": "2"}, True, ["1 s", "commit", "20 s"]),
+], ids=["reset", "reset-gone", "switch"])
+def test_how_long_a_restart_is_waited_for_and_how_often_the_modem_is_looked_for(router, path, more, present, steps):
+    r = router("bg95", ubus=False, quick=True, files={SIM_GPIO: "0\n", SUPPLIES[0].file: "1\n"})
+    if not present:
+        r.modem().unplug()
+    request = json.dumps({"modem_id": BG95, "bus": BUS, **more})
+    result, lines = traced(r, ["vela_api", "post", path, request],
+                           "trace=clock_nanosleep,nanosleep,openat,rename,renameat,renameat2", device=None)
+    assert result.stderr == f"status {0 if present else -250}\n"
+    assert slept_and_done(lines) == steps
+    r.wait_idle()
 
 
 def test_a_modem_that_loses_its_supply_and_comes_back_under_other_names(router):
