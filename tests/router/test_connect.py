@@ -188,6 +188,14 @@ def test_the_qcm_procedure_of_a_model_without_the_port_finds_a_device_or_fails(r
         assert (result, reply) == (-1, {"current": -1}) and r.events == [] and r.exists(FAIL_COUNT)
 
 
+@pytest.mark.parametrize("modem, device, result", [("ec25", WDM, -1), ("unknown", "/dev/ttyACM0", 0)])
+def test_a_device_that_is_found_but_not_made_is_none_for_a_known_model_alone(router, modem, device, result):
+    r = make(router, modem)
+    r.remove(device)
+    assert parse(run_probe(r, "connect-qcm", "1-1.2", "-")) == (result, {"current": 255 if result == 0 else -1})
+    assert section(r).get("device") == (device if result == 0 else None)
+
+
 # connect: arguments
 
 

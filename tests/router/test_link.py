@@ -269,8 +269,12 @@ def test_a_companion_that_does_not_answer_makes_it_down(bus):
 @pytest.mark.parametrize("of", ["wan", "wan_4"])
 def test_addresses_of_another_type_do_no_harm(bus, of, value):
     bus.set_ubus_state(interfaces(**{"wan": "up", "wan_4": "up", of: {"state": "up", "ipv4-address": value}}))
+    bus.clear_events()
     result, reply = probe(bus, "passthrough-link", NAME)
     assert result == UP and list(reply)[0] == "up" and set(reply) <= {"up", "ip_addr"}
+    # An entry without an address is one.
+    has_entry = of == "wan" and isinstance(value, list)
+    assert ((f"{OBJECT}_4", "status") in calls(bus)) == (not has_entry)
 
 
 def test_a_companions_name_that_is_too_long(bus):
