@@ -22,6 +22,7 @@
 //   probe mcu BUS                  what the microcontroller is told
 //   probe bring-up COUNT INTERFACE data interface up;  probe take-down COUNT INTERFACE
 //   probe connect-serial BUS FLAGS DEVICE  as if the model had these flags;  probe connect-qcm BUS DEVICE ("-": none)
+//   probe disconnect BUS           takes the interface of the modem on the bus down, as the process' current modem
 //   probe mwan3 INTERFACE [VISIBILITY]  the interface's place in mwan3;  probe metric INTERFACE BUS
 //   probe ttl INTERFACE TTL DEVICE forced TTL
 //   probe send REQUEST             sends a message as the endpoint does, and says which modem is the current one then
@@ -156,6 +157,14 @@ int send(const Call &call) {
     return with_current_modem(send_modem_sms(request.get(), call.reply), call.reply);
 }
 
+int disconnect(const Call &call) {
+    const ModemModel model = call.modem();
+    if (model.modem_id != MODEM_ID_NONE) {
+        set_current_modem(model);
+    }
+    return with_current_modem(modem_iface_disconnect(), call.reply);
+}
+
 int force_ttl(const Call &call) {
     ModemModel model = *modem_head;
     text_copy(model.ifname, call.text(0));
@@ -215,6 +224,7 @@ constexpr Operation OPERATIONS[] = {
     {"take-down", 2, [](const Call &call) { return modem_disconnect(call.number(0), call.text(1)); }},
     {"connect-serial", 3, connect_serial},
     {"connect-qcm", 2, connect_qcm},
+    {"disconnect", 1, disconnect},
     {"mwan3", 1, [](const Call &call) { return set_mwan3(call.text(0), nullptr), 0; }},
     {"mwan3", 2, [](const Call &call) { return set_mwan3(call.text(0), call.text(1)), 0; }},
     {"ttl", 3, force_ttl},

@@ -810,6 +810,14 @@ def test_a_link_that_never_goes_down_is_not_disconnected(router, state):
     assert effects(r) == [*taken_down()[:3], *[STATUS] * 6]
 
 
+@pytest.mark.parametrize("state, bus, result, current", [
+    ("down", "1-1.2", 0, -1), ("up", "1-1.2", -1, 3), ("down", "1-1.3", -1, -1),
+])
+def test_a_modem_that_is_disconnected_is_no_longer_the_current_one(router, state, bus, result, current):
+    r = make(router, state=state, uci=saved())
+    assert parse(run_probe(r, "disconnect", bus)) == (result, {"current": current})
+
+
 def test_disconnect_without_a_bus(router):
     r = make(router, ubus=False, uci=saved())
     assert run(r, "disconnect") == "\nmodem disconnect"
