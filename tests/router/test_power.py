@@ -341,19 +341,24 @@ def test_a_modem_that_does_not_come_back(router, disable):
     assert_sequence(r, [*taken_down(), *([] if disable else [POWER]), CHECK], ["> /usr/bin/check_verizon"])
 
 
-def slept_and_done(lines: list[str]) -> list[str]:
-    """The pauses among traced system calls, and the looks for the modem and the commit between them."""
+def steps_of(lines: list[str]) -> list[str]:
+    """The pauses among traced system calls, and between them the ends of commands, the looks for the modem and the
+    commit."""
     sleep = r"nanosleep\(.*?\{tv_sec=(\d+), tv_nsec=(\d+)\}"
-    found = re.findall(rf'{sleep}|"({SYSFS})"|rename.*"(/etc/config/velamodem)"', "\n".join(lines))
+    found = re.findall(rf'{sleep}|(SIGCHLD) \{{|"({SYSFS})"|rename.*"(/etc/config/velamodem)"', "\n".join(lines))
     # A quick router sleeps a hundredth of what it is told.
-    return ["look" if look else "commit" if commit else f"{(int(seconds) * 10**9 + int(ns)) // 10**7} s"
-            for seconds, ns, look, commit in found]
+    return ["command" if command else "look" if look else "commit" if commit
+            else f"{(int(seconds) * 10**9 + int(ns)) // 10**7} s" for seconds, ns, command, look, commit in found]
+
+
+TAKE_DOWN_AND_SWITCH_OFF, SELECT, FORGET_AND_SWITCH_OFF = ["command"] * 4, ["command"], ["command"] * 3
 
 
 @pytest.mark.parametrize("path, more, present, steps", [
-    ("/modem/reset", {}, True, ["20 s", "look", "1 s"]),
-    ("/modem/reset", {}, False, ["20 s", *["look"] * 30]),
-    ("/modem/sim/switch", {"sim_num": "2"}, True, ["1 s", "commit", "20 s"]),
+    ("/modem/reset", {}, True, [*TAKE_DOWN_AND_SWITCH_OFF, "20 s", "command", "look", "command", "command", "1 s"]),
+    ("/modem/reset", {}, False, [*TAKE_DOWN_AND_SWITCH_OFF, "20 s", "command", *["look"] * 30]),
+    ("/modem/sim/switch", {"sim_num": "2"}, True,
+     [*SELECT, "1 s", "commit", *FORGET_AND_SWITCH_OFF, "20 s", "command"]),
 ], ids=["reset", "reset-gone", "switch"])
 def test_how_long_a_restart_is_waited_for_and_how_often_the_modem_is_looked_for(router, path, more, present, steps):
     r = router("bg95", ubus=False, quick=True, files={SIM_GPIO: "0\n", SUPPLIES[0].file: "1\n"})
@@ -363,7 +368,7 @@ def test_how_long_a_restart_is_waited_for_and_how_often_the_modem_is_looked_for(
     result, lines = traced(r, ["vela_api", "post", path, request],
                            "trace=clock_nanosleep,nanosleep,openat,rename,renameat,renameat2", device=None)
     assert result.stderr == f"status {0 if present else -250}\n"
-    assert slept_and_done(lines) == steps
+    assert steps_of(lines) == steps
     r.wait_idle()
 
 
