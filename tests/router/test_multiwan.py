@@ -5,7 +5,7 @@ from modem_config import (
     GET, NAME, SET, WDM, comes_up, effects, ifname_of, list_of, nothing_staged, option, packages, restarts, section,
 )
 from probe_client import probe, run_probe
-from support import ABORTED
+from support import ABORTED, traced
 from velasim import Router
 
 ADDRESSES = "'8.8.4.4' '8.8.8.8' '208.67.222.222' '208.67.220.220'"
@@ -53,6 +53,16 @@ def test_a_new_interface_gets_its_sections_and_its_place_in_the_policy(plain, vi
     assert section(plain, "mwan3", f"{NAME}_only") == MEMBER
     assert list_of(plain, POLICY) == ["wan_only", f"{NAME}_only"]
     assert {name: section(plain, "mwan3", name) for name in before} == before
+    assert restarts(plain) == 1
+
+
+def test_mwan3_is_restarted_when_the_sections_are_committed(plain):
+    argv = [str(plain.build / "tests/router/probe"), "mwan3", NAME]
+    _, lines = traced(plain, argv, "trace=rename,renameat,renameat2", device=None)
+    # What starts the background command ends at once.
+    steps = ["commit" if '"/etc/config/mwan3"' in line else "start" for line in lines
+             if '"/etc/config/mwan3"' in line or "SIGCHLD {" in line]
+    assert steps == ["commit", "start"]
     assert restarts(plain) == 1
 
 
