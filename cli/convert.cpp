@@ -19,7 +19,7 @@ int convert_file(std::span<char *> arguments) {
         return EXIT_SUCCESS;
     }
     char in[TEXT_SIZE] = {};
-    char out[TEXT_SIZE] = {};
+    char out[TEXT_SIZE + 1] = {};
     if (fread(in, 1, sizeof in, file.get()) == 0) {
         return EXIT_SUCCESS;
     }

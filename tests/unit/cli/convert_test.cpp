@@ -63,6 +63,14 @@ TEST_F(Convert, at_most_2048_bytes_of_the_file) {
     EXPECT_EQ(converted(ucs2(std::string(2000, 'x')), "100000"), std::string(1024, 'x'));
 }
 
+TEST_F(Convert, text_that_keeps_its_size_in_utf8_is_whole) {
+    std::string text;
+    for (int i = 0; i < 1024; i++) {
+        text += "ж";
+    }
+    EXPECT_EQ(converted(ucs2(text), "1024"), text);
+}
+
 TEST_F(Convert, output_that_does_not_fit_is_cut_between_characters) {
     std::string text;
     for (int i = 0; i < 1000; i++) {
