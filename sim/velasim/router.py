@@ -87,13 +87,14 @@ class Router:
         files: dict[str, str | bytes | None] | None = None,
         net: bool = False,
         ubus: bool | dict = True,
-        quick: bool = False,
+        quick: bool | int = False,
         build: str | os.PathLike | None = None,
     ) -> None:
         """`modem` is short for modems={"1-1.2": modem}. `uci` is the text of configuration files by package and
         `files` that of any other files, in place of those of sim/image (None: no such file). `ubus` may be what the bus
         daemon reports from the start, and False for none at all. In a `quick` router a sleep of a second or more takes
-        a hundredth of it, and an alarm comes after a tenth (quick_sleep.c)."""
+        a hundredth of it, and an alarm comes after a tenth; with a number, all waiting of the programs takes that
+        fraction (quick_sleep.c)."""
         if os.geteuid() != 0:
             raise RouterError("the simulated router needs root (mount namespaces): run it as root or with sudo")
         self.build = Path(build or os.environ.get("VELA_BUILD") or SIM.parent / "build").resolve()
@@ -206,6 +207,8 @@ class Router:
             # A sanitizer's run time wants to be the first library; that it comes second does not matter to this one.
             sanitizer = passed.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
             passed |= {"LD_PRELOAD": str(self.build / "sim/quick_sleep.so"), "ASAN_OPTIONS": sanitizer}
+            if self._quick is not True:
+                passed["QUICK_WAITS"] = str(self._quick)
         return {**base, **passed, **(env or {})}
 
     def start(self, *argv: str | bytes, env: dict[str, str] | None = None, **popen: object) -> Process:
