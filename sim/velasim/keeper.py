@@ -14,6 +14,7 @@ import sys
 import traceback
 
 from . import linux, machine, modem_file, usb
+from .moods import Moods
 from .player import Loop, Modem
 
 
@@ -94,7 +95,14 @@ class Keeper:
 
     def do_misbehave(self, bus: str, kind: str, interface: int | None, options: dict) -> None:
         for port in self.ports(bus, interface):
-            port.trouble.switch_on(kind, options)
+            port.trouble.switch_on(kind, options, self.modems[bus].received)
+
+    def do_moods(self, bus: str, one_in: int, seed: int, kinds: list, homes: list[int]) -> None:
+        self.modems[bus].moods = Moods(one_in, seed, kinds, homes) if one_in else None
+
+    def do_mood_counts(self, bus: str) -> dict[str, int]:
+        moods = self.modems[bus].moods
+        return {} if moods is None else moods.counts
 
     def do_behave(self, bus: str, interface: int | None) -> None:
         for number, trouble in self.modems[bus].troubles.items():

@@ -4,6 +4,7 @@ Each is switched on by name with its options and stays on until `behave`. They c
 changed (lines added, zeros, no end), then its timing (late, in small pieces), then its end (cut off by an unplug).
 """
 
+import random
 from dataclasses import dataclass, field
 
 FINAL = (b"OK", b"ERROR", b"+CME ERROR", b"+CMS ERROR", b"NO CARRIER", b"CONNECT")
@@ -12,11 +13,16 @@ KINDS: dict[str, dict[str, object]] = {
     "silent": {},  # hears everything, says nothing
     "dribble": {"bytes": 1, "ms": 20.0},  # so many bytes each so many milliseconds
     "flood": {"total": None, "text": "+QIND: noise\r\n"},  # after a command: endless, or so many bytes
-    "drop": {"after": 0, "ms": 50.0},  # off the bus after so many bytes; the pause lets a client read them first
+    # Off the bus after so many bytes of a reply (-3: all but the last three); the pause lets a client read them first.
+    # So many commands are answered before. Where it says after how many milliseconds the modem is back, at these tty
+    # numbers, this happens once.
+    "drop": {"after": 0, "ms": 50.0, "skip": 0, "back": None, "first_tty": None},
     "unsolicited": {"text": "+QIND: \"csq\",20,99", "where": "before"},  # before, inside or after the reply
     "nul": {"every": 8},  # a NUL byte after every so many bytes
     "delay": {"seconds": 1.0},  # the whole answer comes late
     "no_final": {},  # the reply lacks its final OK or ERROR
+    "error": {"text": "ERROR"},  # in place of the reply
+    "garbage": {"bytes": 200, "seed": 0, "end": ""},  # in place of the reply: any bytes, then this text
 }
 
 
@@ -28,25 +34,38 @@ class Step:
     data: bytes = b""
     endless: bytes = b""
     unplug: bool = False
+    back: float | None = None  # milliseconds until it is plugged in again, with
+    first_tty: int | None = None
 
 
 @dataclass
 class Misbehaviour:
     active: dict[str, dict] = field(default_factory=dict)
 
-    def switch_on(self, kind: str, options: dict) -> None:
+    def switch_on(self, kind: str, options: dict, received: int = 0) -> None:
+        """`received` is how many commands the modem has had by now."""
         if kind not in KINDS:
             raise ValueError(f"no misbehaviour {kind!r}; there are: {', '.join(KINDS)}")
         unknown = set(options) - set(KINDS[kind])
         if unknown:
             raise ValueError(f"{kind} has no option {', '.join(sorted(unknown))}")
         self.active[kind] = {**KINDS[kind], **options}
+        if kind == "drop":
+            self.active[kind]["skip"] += received
 
-    def shape(self, echo: bytes, pieces: list[tuple[float, bytes]]) -> list[Step]:
-        active = self.active
+    def shape(self, echo: bytes, pieces: list[tuple[float, bytes]], number: int = 0) -> list[Step]:
+        """What is sent in reply to the modem's command of that number (from 0)."""
+        active = dict(self.active)
+        if "drop" in active and number < active["drop"]["skip"]:
+            del active["drop"]
         if "silent" in active:
             return []
         steps = [Step(wait, data) for wait, data in pieces]
+        if "error" in active:
+            steps = [Step(0.0, b"\r\n" + active["error"]["text"].encode("utf-8", "surrogateescape") + b"\r\n")]
+        if "garbage" in active:
+            noise = random.Random(active["garbage"]["seed"]).randbytes(active["garbage"]["bytes"])
+            steps = [Step(0.0, noise + active["garbage"]["end"].encode("utf-8", "surrogateescape"))]
         if "no_final" in active:
             _cut_final(steps)
         if "unsolicited" in active:
@@ -72,7 +91,8 @@ class Misbehaviour:
         if "dribble" in active:
             steps = _dribble(steps, active["dribble"]["bytes"], active["dribble"]["ms"])
         if "drop" in active:
-            steps.append(Step(active["drop"]["ms"], unplug=True))
+            drop = active["drop"]
+            steps.append(Step(drop["ms"], unplug=True, back=drop["back"], first_tty=drop["first_tty"]))
         return steps
 
 
@@ -104,6 +124,8 @@ def _sprinkle(data: bytes, every: int) -> bytes:
 
 
 def _cut_after(steps: list[Step], count: int) -> list[Step]:
+    if count < 0:
+        count = max(0, sum(len(step.data) for step in steps) + count)
     kept = []
     for step in steps:
         step.data = step.data[:count]

@@ -44,6 +44,16 @@ class SimulatedModem:
         """Switches all misbehaviour off and forgets what was still to be sent."""
         self._router.ask("behave", bus=self.bus, interface=interface)
 
+    def moods(self, one_in: int, kinds: list[tuple], homes: list[int], seed: int = 0) -> None:
+        """One command in so many misbehaves, in one of these ways: (weight, kind, options). A modem that drops off the
+        bus is back by itself, its first tty having the next number of `homes`. `one_in` 0 ends it."""
+        self._router.ask("moods", bus=self.bus, one_in=one_in, seed=seed, kinds=kinds, homes=homes)
+
+    @property
+    def mood_counts(self) -> dict[str, int]:
+        """How many commands met which misbehaviour; "none": answered as they should be."""
+        return self._router.ask("mood_counts", bus=self.bus)
+
     def say(self, text: str | bytes, interface: int | None = None) -> None:
         """Sends something unasked, at once: "\\n+CMTI: \\"ME\\",1\\n"."""
         self._router.ask("say", bus=self.bus, data=wire(text), interface=interface)

@@ -19,6 +19,7 @@ from typing import Callable
 from . import usb
 from .misbehaviour import Misbehaviour, Step
 from .modem_file import Entry, ModemFile, compile_command
+from .moods import Moods
 from .sms import PROMPT, SmsStore
 
 EVENTS = "/run/sim/events.jsonl"
@@ -131,7 +132,10 @@ class Port:
             self.echo = command.endswith("1")
         answer = self.modem.answer(command)
         self.taking_text = answer == [(0.0, PROMPT)]
-        self.send(self.trouble.shape(echo, answer))
+        trouble = (self.modem.moods.next() if self.modem.moods is not None else None) or self.trouble
+        number = self.modem.received
+        self.modem.received += 1
+        self.send(trouble.shape(echo, answer, number))
 
     def send(self, pieces: list[tuple[float, bytes]] | list[Step]) -> None:
         for piece in pieces:
@@ -153,7 +157,7 @@ class Port:
                 self._pause(step)
                 break
             if step.unplug:
-                self.modem.unplug()
+                self.modem.leave(step)
                 return
             try:
                 count = os.write(self.master, step.data[:4096]) if step.data else 0
@@ -191,6 +195,8 @@ class Modem:
         self.overrides: dict[str, list[tuple[float, bytes]]] = {}
         self.patterns: list[tuple[Entry, list[tuple[float, bytes]]]] = []
         self.sms = SmsStore()
+        self.received = 0  # commands, on all ports
+        self.moods: Moods | None = None
         self.ports: dict[int, Port] = {}
         self.device: usb.Device | None = None
         # What was switched on for an interface holds over a replug: it is the modem that is ill, not the wire.
@@ -215,6 +221,14 @@ class Modem:
         usb.unplug(self.device)
         self.device = None
         self.ports = {}
+
+    def leave(self, step: Step) -> None:
+        """Off the bus in the middle of something; for good, or back later."""
+        self.unplug()
+        if step.back is not None:
+            for trouble in self.troubles.values():
+                trouble.active.pop("drop", None)
+            self.loop.at(time.monotonic() + step.back / 1000.0, lambda: self.plug(step.first_tty))
 
     def override(self, command: str, pieces: list[tuple[float, bytes]]) -> None:
         pattern = compile_command(command)

@@ -125,6 +125,51 @@ def test_drop_off_the_bus_in_a_reply(router):
     assert ask(r, "AT", "/dev/ttyUSB7") == "AT\r\r\nOK\r\n"
 
 
+def test_drop_once_behind_other_commands_and_back_at_other_numbers(router):
+    r = router("ec25")
+    r.modem().misbehave("drop", skip=1, after=-3, ms=500.0, back=10.0, first_tty=5)
+    assert ask(r, "AT", "/dev/ttyUSB3") == "AT\r\r\nOK\r\n"
+    [[reply, end]] = talk(r, "/dev/ttyUSB2", ("AT\r\n",))
+    assert reply == "AT\r\r\nO" and end in ("EOF", "Input/output error")
+    r.wait_for(lambda: r.modem().tty(2) == "/dev/ttyUSB7", "the modem")
+    assert [ask(r, "AT", "/dev/ttyUSB7") for _ in range(2)] == ["AT\r\r\nOK\r\n"] * 2
+
+
+def test_an_error_or_garbage_in_place_of_the_reply(router):
+    r = router("ec25")
+    r.modem().misbehave("error", interface=2, text="+CME ERROR: 100")
+    assert ask(r, "AT") == "AT\r\r\n+CME ERROR: 100\r\n"
+    r.modem().misbehave("garbage", interface=3, bytes=1000, end="\r\nOK\r\n")
+    reply = ask(r, "AT", "/dev/ttyUSB3", r"(?s).{1000}\r\nOK\r\n$")
+    assert len(reply) == len("AT\r") + 1000 + len("\r\nOK\r\n")
+
+
+def test_moods_are_those_of_the_seed(router):
+    kinds = [(3, "error", {"text": "ERROR"}), (1, "unsolicited", {"text": "RING", "where": "before"})]
+    replies = []
+    for seed in (1, 1, 2):
+        r = router("ec25")
+        r.modem().moods(3, kinds, [0], seed)
+        pattern = r"\r\n(OK|ERROR)\r\n$"
+        replies.append([reply for reply, _ in talk(r, "/dev/ttyUSB2", *[("AT\r", pattern)] * 40)])
+        counts = {kind: sum(word in reply for reply in replies[-1])
+                  for kind, word in (("error", "ERROR"), ("unsolicited", "RING"))}
+        assert r.modem().mood_counts == {**counts, "none": 40 - sum(counts.values())}
+        assert counts["error"] > counts["unsolicited"] > 0
+    assert replies[0] == replies[1] != replies[2]
+    r.modem().moods(0, [], [])
+    assert (r.modem().mood_counts, ask(r, "AT")) == ({}, "AT\r\r\nOK\r\n")
+
+
+def test_a_modem_in_a_mood_drops_off_the_bus_and_is_back_at_its_next_home(router):
+    r = router("ec25")
+    r.modem().moods(1, [(1, "drop", {"after": 0, "ms": 0.0})], [0, 10])
+    for home in (10, 0, 10):
+        [[reply, end]] = talk(r, r.modem().tty(2), ("AT\r\n",))
+        assert reply == "" and end in ("EOF", "Input/output error")
+        r.wait_for(lambda: r.modem().tty(0) == f"/dev/ttyUSB{home}", "the modem")
+
+
 def test_say(router):
     r = router("ec25")
     exchanges = json.dumps([("AT\r", "RING", PATIENCE)])
