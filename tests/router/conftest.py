@@ -1,4 +1,7 @@
-"""Fixtures of the router tests: the shipped programs run in a simulated router (sim/README.md)."""
+"""Fixtures of the router tests: the shipped programs run in a simulated router (sim/README.md).
+
+Those of tests/soak, which run for long on demand, have their short forms here.
+"""
 
 import os
 import sys
@@ -7,7 +10,7 @@ from typing import Callable, Iterator
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "sim"))
+sys.path[:0] = [str(Path(__file__).resolve().parents[2] / "sim"), str(Path(__file__).resolve().parents[1] / "soak")]
 
 from velasim import Router  # noqa: E402  (found through the line above)
 

@@ -2,6 +2,7 @@
 
 import subprocess
 
+import contention
 import pytest
 from support import AT_PORT, at, usable
 from velasim import Router
@@ -81,3 +82,21 @@ def test_routers_of_their_own_do_not_share_a_lock():
         one.wait_for(lambda: one.modem().commands, "the command")
         assert usable(other)
         holder.kill()
+
+
+def test_64_command_lines_and_8_servers_on_three_modems_never_mix_replies_nor_lose_configuration():
+    # Waiting takes a tenth of its time; the long form (tests/soak) also leaves it as it is.
+    result = contention.run(seconds=4.0, waits=10, pause=0.5, delay=10.0)
+    assert result.faults == []
+    assert result.total("served") > 0 and result.total("refused") > 0 and result.total("mixed") == 0
+    assert result.writes["command line"] > 0 and result.writes["plug-in"] > 0
+
+
+@pytest.mark.parametrize("text, part", [
+    ("AT+NUMBER=17\r\r\n+NUMBER: 17,<17>\r\n\r\nOK\r\n", True), (",<17>\r\n\r\nOK\r\n", True), ("", True),
+    ("AT+NUMBER=17\r", True), ("AT+NUMBER=1", True), ("AT+NUMBER=17\r\r\n+NUMBER: 17", True), (": 17,<17>\r\n", True),
+    ("AT+NUMBER=18\r", False), ("\r\n+NUMBER: 17,<18>\r\n\r\nOK\r\n", False), ("OK\r\nAT+NUMBER=17\r", False),
+    ("AT+NUMBER=17\r\r\n+NUMBER: 17,<17>\r\n\r\nOK\r\nOK\r\n", False), ("+NUMBER: 16", False),
+], ids=repr)
+def test_a_piece_of_another_reply_is_recognised(text, part):
+    assert contention.is_part(text, "17") is part
