@@ -38,7 +38,7 @@ class Result:
 
     points: int = 0
     endings: Counter = field(default_factory=Counter)  # of the command during which it happened
-    longest: float = 0.0
+    longest: tuple[float, str] = (0.0, "")  # seconds, and the point
     faults: list[str] = field(default_factory=list)
 
 
@@ -79,7 +79,7 @@ class Bench:
         """`disturbed`: exit status, output, standard error and duration of the command that the move happened to."""
         status, out, errors, seconds = disturbed
         result.points += 1
-        result.longest = max(result.longest, seconds)
+        result.longest = max(result.longest, (seconds, point))
         whole = self.normal(out) == self.expected[name][1]
         result.endings["whole" if whole else "nothing" if out.strip() in ("", "{\n}", "[\n]") else "part"] += 1
         words = self.commands[name]
@@ -173,11 +173,11 @@ def run(model: str, every: int = 1, opens: int = 12) -> dict[str, Result]:
 
 
 def report(results: dict[str, dict[str, Result]]) -> str:
-    lines = ["| model | command | points | whole reply | a part | nothing | longest s |", "|" + "---|" * 7]
+    lines = ["| model | command | points | whole reply | a part | nothing | longest s | at |", "|" + "---|" * 8]
     faults = []
     for model, commands_of_it in results.items():
         for name, each in commands_of_it.items():
             endings = " | ".join(str(each.endings[ending]) for ending in ("whole", "part", "nothing"))
-            lines.append(f"| {model} | {name} | {each.points} | {endings} | {each.longest:.2f} |")
+            lines.append(f"| {model} | {name} | {each.points} | {endings} | {each.longest[0]:.2f} | {each.longest[1]} |")
             faults += [f"FAULT: {model} {fault}" for fault in each.faults]
     return "\n".join(lines + faults)
