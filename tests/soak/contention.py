@@ -44,6 +44,7 @@ value number 0
 <
 < OK
 """
+SILENCE_LIMIT = 15.0  # seconds that a reply is waited for
 LONGEST_RUN = 60.0  # seconds: four times what the slowest exchange may take, for a machine that is busy
 
 
@@ -81,8 +82,8 @@ class Result:
 
 
 class Contention:
-    def __init__(self, r: Router, pause: float, seed: int, end: float) -> None:
-        self.r, self.pause, self.end = r, pause, end
+    def __init__(self, r: Router, silence: float, pause: float, seed: int, end: float) -> None:
+        self.r, self.silence, self.pause, self.end = r, silence, pause, end
         self.random, self.numbers, self.result = random.Random(seed), itertools.count(10_000_001), Result()
         self.empty: list[tuple[str, str, float]] = []  # who, number and seconds where nothing came back
         self.lock = threading.Lock()
@@ -102,11 +103,13 @@ class Contention:
                 self.result.faults.append(f"{who} {number}: {outcome}, {seconds:.1f} s: {text!r}")
 
     def judge_the_empty(self) -> None:
-        """Who got nothing was refused by the lock and has sent nothing, or has sent a command and lost the reply."""
+        """Who got nothing was refused by the lock and has sent nothing; or has lost the reply to the flush; or already
+        the command, and then waited for nothing until the limit of silence."""
         received = {command.removeprefix("AT+NUMBER=") for bus in PORTS for command in self.r.modem(bus).commands}
         self.result.commands = len(received)
         for who, number, seconds in self.empty:
-            self.result.note(who, "lost to the flush" if number in received else "refused", seconds)
+            lost = number in received or seconds >= self.silence
+            self.result.note(who, "lost to the flush" if lost else "refused", seconds)
 
     def turn(self) -> tuple[str, str, bool] | None:
         """The next number and port, and whether to write the configuration instead; None when time is over."""
@@ -221,7 +224,7 @@ def run(seconds: float, runs: int = 64, servers: int = 8, waits: int = 0, pause:
                    files={"/etc/forward": ""})
     with r:
         start = time.monotonic()
-        contention = Contention(r, pause, seed, start + seconds)
+        contention = Contention(r, SILENCE_LIMIT / max(1, waits), pause, seed, start + seconds)
         hosts = [Server(r) for _ in range(servers)]
         threads = [threading.Thread(target=contention.guarded, args=(contention.command_line,)) for _ in range(runs)]
         threads += [threading.Thread(target=contention.guarded, args=(contention.server, host)) for host in hosts]

@@ -112,10 +112,10 @@ class Endpoint:
     path: str
     share: int  # of a thousand calls
     request: Callable[[Client], dict]
-    exchanges: int  # that one call may come to
+    exchanges: int  # that one call in the server's process may come to, on three modems
 
 
-# Twenty of a thousand calls are those that wait for a restart or for a link, or start other programs.
+# Few of a thousand calls are those that wait for a restart or for a link, or start other programs.
 ENDPOINTS = [
     Endpoint("post", "/modem/at", 313, Client.at, 2),
     Endpoint("post", "/modem/sms/code", 110, Client.code, 0),
@@ -127,15 +127,15 @@ ENDPOINTS = [
     Endpoint("post", "/modem/sms/status", 50, Client.message, 0),
     Endpoint("post", "/modem/sms/delete_all", 30, Client.modem, 0),
     Endpoint("post", "/modem/sms/send", 20, Client.sending, 0),
-    Endpoint("post", "/modem/cells/get", 36, Client.modem, 10),
-    Endpoint("post", "/modem/modem_info/get", 30, Client.modem, 10),
-    Endpoint("get", "/modem/info", 8, Client.nothing, 60),
-    Endpoint("get", "/modem/brief_info", 8, Client.nothing, 60),
-    Endpoint("get", "/modem/app/brief_info", 8, Client.nothing, 60),
+    Endpoint("post", "/modem/cells/get", 36, Client.modem, 6),
+    Endpoint("post", "/modem/modem_info/get", 30, Client.modem, 6),
+    Endpoint("get", "/modem/info", 8, Client.nothing, 36),
+    Endpoint("get", "/modem/brief_info", 8, Client.nothing, 12),
+    Endpoint("get", "/modem/app/brief_info", 8, Client.nothing, 24),
     Endpoint("post", "/modem/sms/account", 5, Client.account, 0),
     Endpoint("post", "/modem/enable", 4, Client.disabled, 0),
     Endpoint("post", "/modem/auto", 3, Client.modem, 0),
-    Endpoint("post", "/modem/set", 3, Client.setting, 4),
+    Endpoint("post", "/modem/set", 3, Client.setting, 2),
     Endpoint("post", "/modem/reset", 3, Client.disabled, 1),
     Endpoint("post", "/modem/sim/switch", 3, Client.sim, 1),
     Endpoint("post", "/modem/upgrade", 3, Client.upgrade, 0),
