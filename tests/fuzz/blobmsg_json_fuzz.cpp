@@ -57,6 +57,34 @@ void readMembers(blob_attr *message) {
     }
 }
 
+// The getters for every type on every attribute, whatever it is, and the parsers of unsorted attributes.
+void readAttributes(blob_attr *message, size_t size) {
+    static const blob_attr_info info[] = {{}, {BLOB_ATTR_INT32, 4, 4, nullptr}, {BLOB_ATTR_STRING, 1, 64, nullptr}};
+    blob_attr *found[3];
+    blob_parse_untrusted(message, size, found, info, 3);
+    blob_parse_untrusted(message, size / 2, found, nullptr, 3);
+    blob_attr *pos;
+    size_t rem;
+    blob_for_each_attr(pos, message, rem) {
+        blob_get_u8(pos);
+        blob_get_u16(pos);
+        blob_get_int32(pos);
+        blob_get_u64(pos);
+        if (const char *text = blob_get_string(pos)) {
+            static_cast<void>(strlen(text));
+        }
+        blobmsg_get_u8(pos);
+        blobmsg_get_u16(pos);
+        blobmsg_get_u32(pos);
+        blobmsg_get_u64(pos);
+        blobmsg_check_attr_len(pos, true, rem);
+        blobmsg_check_attr_list(pos, BLOBMSG_TYPE_STRING);
+        const blobmsg_policy policy[] = {{nullptr, BLOBMSG_TYPE_STRING}, {nullptr, BLOBMSG_TYPE_INT32}};
+        blob_attr *items[2];
+        blobmsg_parse_array(policy, 2, items, blobmsg_data(pos), static_cast<unsigned>(blobmsg_data_len(pos)));
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -76,5 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
     }
     readMembers(message);
+    readAttributes(message, sizeof(blob_attr) + size);
     return 0;
 }

@@ -1,14 +1,17 @@
 // What the fuzzers of the modem dialects share: promises that end the run where they are broken.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 #include "platform/owners.h"
 
-inline void require(bool condition) {
+inline void require(bool condition, const char *file = __builtin_FILE(), int line = __builtin_LINE()) {
     if (!condition) {
-        abort();
+        dprintf(STDERR_FILENO, "%s:%d: a promise is broken\n", file, line);
+        __builtin_trap(); // not abort(), which a fuzzer may expect of the product
     }
 }
 

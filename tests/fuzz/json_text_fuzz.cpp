@@ -6,22 +6,11 @@
 
 #include "api/handler.h"
 #include "fuzz_support.h"
+#include "json_checks.h"
 #include "platform/json.h"
 #include "platform/owners.h"
-#include "platform/utf8.h"
 
 namespace {
-
-bool all_characters_valid(std::string_view text) {
-    while (!text.empty()) {
-        const size_t length = utf8_character_length(text);
-        if (length == 0) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
-}
 
 void add_as_member(const std::string &text) {
     const Json object(json_object_new_object());

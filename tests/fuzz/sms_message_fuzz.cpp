@@ -6,23 +6,12 @@
 #include <string_view>
 
 #include "fuzz_support.h"
+#include "json_checks.h"
 #include "platform/json.h"
 #include "platform/owners.h"
-#include "platform/utf8.h"
 #include "sms/sms_message.h"
 
 namespace {
-
-bool all_characters_valid(std::string_view text) {
-    while (!text.empty()) {
-        const size_t length = utf8_character_length(text);
-        if (length == 0) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
-}
 
 void check_text(json_object *message, const char *key, size_t most) {
     const char *text = vjson_get_string(message, key);
