@@ -36,7 +36,7 @@ struct Passthrough {
     char dns[DNS_LIST_SIZE] = {};
 
     Passthrough() {
-        uci_context *configuration = vuci2_init();
+        UciHandle *configuration = vuci2_init();
         vuci2_get(configuration, "velaconfig.passthrough.enable", enable);
         vuci2_get(configuration, "velaconfig.passthrough.subnet", subnet);
         vuci2_get(configuration, "velaconfig.passthrough.netmask", netmask);

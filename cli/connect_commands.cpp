@@ -45,7 +45,7 @@ struct SavedOption {
     std::span<char> value;
 };
 
-void read_saved(uci_context *configuration, const char *section, SavedSettings *saved) {
+void read_saved(UciHandle *configuration, const char *section, SavedSettings *saved) {
     const SavedOption options[] = {
         {"device", saved->device},
         {"service", saved->service},
@@ -126,7 +126,7 @@ int run_connect_auto(const CommandContext &context) {
 int run_new_connect_auto(const CommandContext &context) {
     SavedSettings saved;
     char section[20] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     getShellCommandReturnLine("uci show network | grep modem | grep ifname |cut -d '.' -f2", section);
     read_saved(configuration, section, &saved);
     vuci2_free(configuration);

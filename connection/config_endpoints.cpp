@@ -71,7 +71,7 @@ constexpr ReportedOption OPTIONS_AFTER_OPERATOR[] = {
 
 // One interface of the network configuration.
 struct InterfaceReader {
-    uci_context *configuration;
+    UciHandle *configuration;
     const char *ifname;
     json_object *config;
 
@@ -167,7 +167,7 @@ int32_t get_modem_config(json_object *request, json_object *reply) {
     char ifname[IFNAME_SIZE];
     find_ifname(requested_bus(request), ifname);
     Json config(json_object_new_object());
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     report_config({configuration, ifname, config.get()});
     vuci2_free(configuration);
     vjson_add_object(reply, "config", config.release());

@@ -56,7 +56,7 @@ int32_t enable_modem(json_object *request, json_object * /*reply*/) {
     if (disable) {
         modem_disconnect(WAIT_COUNT, model.ifname);
     }
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set_name(configuration, "network", model.ifname, "disabled", disable ? "1" : "0");
     if (disable) {
         execCommand(end_tracking);

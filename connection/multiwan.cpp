@@ -40,7 +40,7 @@ bool begins_visible(const char *visibility) {
 
 // Returns whether the section could be made: not where there is no such package, or where no section can have the name.
 // The policy must get no member then, and not one more each time.
-bool add_interface(uci_context *configuration, const char *ifname, bool visible) {
+bool add_interface(UciHandle *configuration, const char *ifname, bool visible) {
     char addresses[LIST_PATH_SIZE];
     text_format(addresses, "mwan3.%s.track_ip", ifname);
     char member[LIST_PATH_SIZE];
@@ -77,7 +77,7 @@ const char *changed_enabled(char enabled, const char *visibility) {
 }
 
 // Returns whether anything was set.
-bool set_sections(uci_context *configuration, const char *ifname, const char *visibility) {
+bool set_sections(UciHandle *configuration, const char *ifname, const char *visibility) {
     char type[30] = {};
     vuci2_get_name(configuration, "mwan3", ifname, nullptr, type);
     if (type[0] == '\0') {
@@ -97,7 +97,7 @@ bool set_sections(uci_context *configuration, const char *ifname, const char *vi
 } // namespace
 
 void set_mwan3(const char *ifname, const char *visibility) {
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     if (set_sections(configuration, ifname, visibility)) {
         vuci2_commit(configuration, "mwan3");
         fork_exec2("mwan3 restart");
@@ -108,7 +108,7 @@ void set_mwan3(const char *ifname, const char *visibility) {
 int modem_set_ttl(const ModemModel &model, const char *device) {
     char section[PATH_SIZE];
     text_format(section, "velamodem.%s", model.ifname);
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     if (model.ttl != 0) {
         char ttl[4];
         text_format(ttl, "%d", model.ttl);

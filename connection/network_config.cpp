@@ -55,6 +55,8 @@ void set_node(const char *ifname, const char *device) {
 
 void write_section(const ModemModel &model, const InterfaceProtocol &protocol, const ConnectionSettings &settings) {
     const char *ifname = model.ifname;
+    // There is none, if the deletion before has succeeded; what is left of an old one must not mix with this one.
+    vuci_set_name("network", ifname, nullptr, nullptr);
     vuci_set_name("network", ifname, nullptr, "interface");
     set_option(ifname, "ifname", protocol.ifname);
     set_option(ifname, "service", settings.service);

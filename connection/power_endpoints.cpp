@@ -56,7 +56,7 @@ void prepare_sim_gpio() {
 }
 
 void select_sim(const SimSlot &slot) {
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set(configuration, "velamodem.sim.sim_num", slot.number);
     execCommand(slot.command);
     sleep_whole(SETTLE_MS);

@@ -17,7 +17,7 @@ static_assert(std::size(BAND_OPTIONS) == MOST_MODEMS);
 
 ConfiguredBuses configured_buses() {
     ConfiguredBuses buses = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     for (size_t position = 0; position < MOST_MODEMS; position++) {
         vuci2_get_list_index(configuration, "velaconfig.modem.bus", static_cast<int>(position), buses[position]);
     }

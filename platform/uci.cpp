@@ -13,19 +13,31 @@ extern "C" {
 
 namespace {
 
-uci_context *implicit_context = nullptr;
+UciHandle *implicit_handle = nullptr;
 
 // UCI_LOOKUP_COMPLETE: the whole path exists. C++ would look for libuci's name inside the record that declares it.
 constexpr unsigned LOOKUP_COMPLETE = 1u << 1;
+
+// Errors that say nothing about what is configured. After one of them the next call may succeed.
+bool is_trouble(int error) {
+    return error == UCI_ERR_MEM || error == UCI_ERR_IO;
+}
+
+int noted(UciHandle *handle, int error) {
+    if (handle != nullptr && handle->trouble == UCI_OK && is_trouble(error)) {
+        handle->trouble = error;
+    }
+    return error;
+}
 
 // A place in the configuration, as libuci sees it. libuci cuts the path text into the pieces that the uci_ptr then
 // points at, so the text lives as long as the place.
 class Place {
 public:
-    Place(uci_context *context, const char *path) : text_(strdup(path)) { look_up(context); }
-    Place(uci_context *context, const char *package, const char *section, const char *option)
+    Place(UciHandle *handle, const char *path) : text_(strdup(path)) { look_up(handle); }
+    Place(UciHandle *handle, const char *package, const char *section, const char *option)
         : text_(join(package, section, option)) {
-        look_up(context);
+        look_up(handle);
     }
 
     int error() const { return error_; }
@@ -50,14 +62,15 @@ private:
         return path;
     }
 
-    void look_up(uci_context *context) {
-        if (context == nullptr) {
+    void look_up(UciHandle *handle) {
+        if (handle == nullptr) {
             error_ = UCI_ERR_INVAL;
         } else if (text_ == nullptr) {
             error_ = UCI_ERR_MEM;
         } else {
-            error_ = uci_lookup_ptr(context, &ptr_, text_.get(), true);
+            error_ = uci_lookup_ptr(handle->context, &ptr_, text_.get(), true);
         }
+        noted(handle, error_);
     }
 
     Allocated<char> text_;
@@ -72,41 +85,51 @@ void copy_plain_value(const Place &place, std::span<char> out) {
     }
 }
 
-int delete_place(uci_context *context, Place &place) {
+int delete_place(UciHandle *handle, Place &place) {
     if (place.error() != UCI_OK) {
         return place.error();
     }
-    return place.complete() ? uci_delete(context, place.ptr()) : UCI_ERR_NOTFOUND;
+    return place.complete() ? noted(handle, uci_delete(handle->context, place.ptr())) : UCI_ERR_NOTFOUND;
 }
 
-int set_place(uci_context *context, Place &place, const char *value) {
+int set_place(UciHandle *handle, Place &place, const char *value) {
     if (place.error() != UCI_OK) {
         return place.error();
     }
     if (value == nullptr) {
-        return place.complete() ? uci_delete(context, place.ptr()) : UCI_OK;
+        return place.complete() ? noted(handle, uci_delete(handle->context, place.ptr())) : UCI_OK;
     }
     place.ptr()->value = value;
-    return uci_set(context, place.ptr());
+    return noted(handle, uci_set(handle->context, place.ptr()));
 }
 
 } // namespace
 
-uci_context *vuci2_init() {
-    return uci_alloc_context();
+UciHandle *vuci2_init() {
+    auto *const handle = static_cast<UciHandle *>(calloc(1, sizeof(UciHandle)));
+    if (handle == nullptr) {
+        return nullptr;
+    }
+    handle->context = uci_alloc_context();
+    if (handle->context == nullptr) {
+        free(handle);
+        return nullptr;
+    }
+    return handle;
 }
 
-void vuci2_free(uci_context *handle) {
+void vuci2_free(UciHandle *handle) {
     if (handle != nullptr) {
-        uci_free_context(handle);
+        uci_free_context(handle->context);
+        free(handle);
     }
 }
 
-void vuci2_get(uci_context *handle, const char *path, std::span<char> out) {
+void vuci2_get(UciHandle *handle, const char *path, std::span<char> out) {
     copy_plain_value(Place(handle, path), out);
 }
 
-void vuci2_get_name(uci_context *handle, const char *package, const char *section, const char *option,
+void vuci2_get_name(UciHandle *handle, const char *package, const char *section, const char *option,
                     std::span<char> out) {
     const Place place(handle, package, section, option);
     if (option != nullptr) {
@@ -116,7 +139,7 @@ void vuci2_get_name(uci_context *handle, const char *package, const char *sectio
     }
 }
 
-void vuci2_get_list_index(uci_context *handle, const char *path, int index, std::span<char> out) {
+void vuci2_get_list_index(UciHandle *handle, const char *path, int index, std::span<char> out) {
     const Place place(handle, path);
     const uci_option *option = place.option();
     if (option == nullptr || option->type != UCI_TYPE_LIST || index < 0) {
@@ -131,18 +154,17 @@ void vuci2_get_list_index(uci_context *handle, const char *path, int index, std:
     }
 }
 
-int vuci2_set(uci_context *handle, const char *path, const char *value) {
+int vuci2_set(UciHandle *handle, const char *path, const char *value) {
     Place place(handle, path);
     return set_place(handle, place, value);
 }
 
-int vuci2_set_name(uci_context *handle, const char *package, const char *section, const char *option,
-                   const char *value) {
+int vuci2_set_name(UciHandle *handle, const char *package, const char *section, const char *option, const char *value) {
     Place place(handle, package, section, option);
     return set_place(handle, place, value);
 }
 
-int vuci2_add_list(uci_context *handle, const char *path, const char *value) {
+int vuci2_add_list(UciHandle *handle, const char *path, const char *value) {
     if (value == nullptr) {
         return UCI_OK;
     }
@@ -151,44 +173,47 @@ int vuci2_add_list(uci_context *handle, const char *path, const char *value) {
         return place.error();
     }
     place.ptr()->value = value;
-    return uci_add_list(handle, place.ptr());
+    return noted(handle, uci_add_list(handle->context, place.ptr()));
 }
 
-int vuci2_delete(uci_context *handle, const char *path) {
+int vuci2_delete(UciHandle *handle, const char *path) {
     Place place(handle, path);
     return delete_place(handle, place);
 }
 
-int vuci2_commit(uci_context *handle, const char *package) {
+int vuci2_commit(UciHandle *handle, const char *package) {
     Place place(handle, package);
+    if (handle != nullptr && handle->trouble != UCI_OK) {
+        return handle->trouble;
+    }
     if (place.error() != UCI_OK) {
         return place.error();
     }
-    return uci_commit(handle, &place.ptr()->p, false);
+    return uci_commit(handle->context, &place.ptr()->p, false);
 }
 
 void vuci_init() {
     vuci_free();
-    implicit_context = vuci2_init();
+    implicit_handle = vuci2_init();
 }
 
 int vuci_set(const char *path, const char *value) {
-    return vuci2_set(implicit_context, path, value);
+    return vuci2_set(implicit_handle, path, value);
 }
 
 int vuci_set_name(const char *package, const char *section, const char *option, const char *value) {
-    return vuci2_set_name(implicit_context, package, section, option, value);
+    return vuci2_set_name(implicit_handle, package, section, option, value);
 }
 
 int vuci_delete(const char *path) {
-    return vuci2_delete(implicit_context, path);
+    return vuci2_delete(implicit_handle, path);
 }
 
 int vuci_commit(const char *package) {
-    return vuci2_commit(implicit_context, package);
+    return vuci2_commit(implicit_handle, package);
 }
 
 void vuci_free() {
-    vuci2_free(implicit_context);
-    implicit_context = nullptr;
+    vuci2_free(implicit_handle);
+    implicit_handle = nullptr;
 }

@@ -40,7 +40,7 @@ void add_traffic(json_object *reply, uint32_t received, uint32_t sent) {
 
 bool passthrough_is_on() {
     char enabled[32] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, "velaconfig.passthrough.enable", enabled);
     vuci2_free(configuration);
     return strcmp(enabled, "1") == 0;

@@ -47,7 +47,7 @@ struct Wifi {
     bool is_automatic() const { return channel[0] == '\0' || strcmp(channel, "auto") == 0; }
 };
 
-bool is_disabled(uci_context *configuration, const char *option) {
+bool is_disabled(UciHandle *configuration, const char *option) {
     char value[VALUE_SIZE] = {};
     vuci2_get(configuration, option, value);
     return strcmp(value, "1") == 0;
@@ -55,7 +55,7 @@ bool is_disabled(uci_context *configuration, const char *option) {
 
 Wifi read_wifi() {
     Wifi wifi = {.radio = radio_of_this_board(), .off = false, .guests_only = false, .channel = {}};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     if (is_disabled(configuration, wifi.radio.disabled_option)) {
         wifi.off = is_disabled(configuration, "wireless.guest2g.disabled");
         wifi.guests_only = !wifi.off;
@@ -93,7 +93,7 @@ int32_t get_auto_wifi24g_channel() {
 void set_auto_wifi_channel(int32_t channel) {
     char value[12];
     text_format(value, "%d", channel);
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set(configuration, radio_of_this_board().channel_option, value);
     vuci2_commit(configuration, "wireless");
     vuci2_free(configuration);

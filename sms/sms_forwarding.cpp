@@ -45,7 +45,7 @@ int32_t modem_sms_forward(json_object *request, json_object *reply) {
     }
     require_readable<PhoneList>(phones);
     require_readable<EmailList>(emails);
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set(configuration, PHONE, phones);
     vuci2_set(configuration, EMAIL, emails);
     vuci2_commit(configuration, "velaforward");
@@ -57,7 +57,7 @@ int32_t modem_sms_forward_get(json_object * /*request*/, json_object *reply) {
     PhoneList phones = {};
     EmailList emails = {};
     LocalNumber local_number = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, PHONE, phones);
     vuci2_get(configuration, EMAIL, emails);
     vuci2_get(configuration, SUBJECT, local_number);
@@ -98,7 +98,7 @@ int32_t modem_forward_account(json_object *request, json_object *reply) {
         vjson_add_string(reply, "msg", "ssmtp don't exist");
         return API_NOT_SUPPORTED;
     }
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set(configuration, SUBJECT, local_number);
     vuci2_commit(configuration, "velaforward");
     vuci2_free(configuration);

@@ -20,7 +20,7 @@ struct Country {
 
 void get_country(json_object *reply) {
     Country country = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, COUNTRY, country.name);
     vuci2_get(configuration, COUNTRY_CODE, country.code);
     vuci2_free(configuration);
@@ -33,7 +33,7 @@ void set_country(const char *name, const char *code) {
     Country readable;
     text_copy(readable.name, name != nullptr ? name : "");
     text_copy(readable.code, code != nullptr ? code : "");
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_set_name(configuration, "velaconfig", "modem_sms", nullptr, "service");
     vuci2_set(configuration, COUNTRY, name);
     vuci2_set(configuration, COUNTRY_CODE, code);

@@ -11,7 +11,7 @@ constexpr size_t COMMAND_SIZE = 100;
 
 // A configured value, sent as it stands.
 struct Setting {
-    Setting(uci_context *configuration, const char *path, const char *unset) {
+    Setting(UciHandle *configuration, const char *path, const char *unset) {
         vuci2_get(configuration, path, text);
         if (text[0] == '\0') {
             text_copy(text, unset);
@@ -24,7 +24,7 @@ struct Setting {
 } // namespace
 
 int quectel_thermal_ctrl(const ModemModel &model) {
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     // "limt" and "tigger" are how the options are spelt.
     const Setting limit(configuration, "velaconfig.modem.en_limt", "0");
     const Setting trigger(configuration, "velaconfig.modem.tigger", "95");

@@ -230,7 +230,7 @@ int modem_get_band(const ModemModel &model, json_object *bands) {
 
 int modem_get_current_band(const char *bus, int32_t port_number, const char *option) {
     char configured[8] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, option, configured);
     vuci2_free(configuration);
     if (configured[0] != '\0') {

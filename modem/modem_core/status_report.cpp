@@ -29,7 +29,7 @@ struct LinkConfiguration {
     char passthrough[32] = {};
 
     explicit LinkConfiguration(const char *ifname) {
-        uci_context *configuration = vuci2_init();
+        UciHandle *configuration = vuci2_init();
         vuci2_get_name(configuration, "network", ifname, "proto", proto);
         vuci2_get_name(configuration, "network", ifname, "disabled", disabled);
         vuci2_get(configuration, "velaconfig.passthrough.enable", passthrough);
@@ -114,7 +114,7 @@ int modem_read_status(json_object *reply, const ModemModel &model) {
 int get_board_hw_and_sim_status(json_object *reply) {
     vjson_add_string(reply, "hw_version", hardware_version());
     char sim_count[32] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, "velamodem.sim.sim_num", sim_count);
     vuci2_free(configuration);
     vjson_add_string(reply, "sim_num", strcmp(sim_count, "2") == 0 ? "2" : "1");
@@ -127,7 +127,7 @@ int get_modem_network_status(const char *bus) {
     char disabled[32] = {};
     replace_bus_name(bus, underscored);
     text_format(section, "modem_%s", underscored);
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get_name(configuration, "network", section, "disabled", disabled);
     vuci2_free(configuration);
     return strcmp(disabled, "1") == 0 ? 1 : 0;

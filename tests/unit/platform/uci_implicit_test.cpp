@@ -29,7 +29,7 @@ void on_a_router(const std::function<void()> &body) {
 // What somebody reads from the configuration store.
 std::string stored(const char *path) {
     std::array<char, 64> out = {};
-    uci_context *handle = vuci2_init();
+    UciHandle *handle = vuci2_init();
     vuci2_get(handle, path, out);
     vuci2_free(handle);
     return out.data();
@@ -108,7 +108,7 @@ TEST(UciImplicit, without_an_open_context_nothing_is_changed) {
 TEST(UciImplicit, both_families_work_side_by_side) {
     on_a_router([] {
         vuci_init();
-        uci_context *handle = vuci2_init();
+        UciHandle *handle = vuci2_init();
         EXPECT_EQ(vuci_set("network.lan.proto", "dhcp"), 0);
         EXPECT_EQ(vuci2_set(handle, "network.modem_1_1_2.apn", "web"), 0);
         EXPECT_EQ(vuci2_commit(handle, "network"), 0);

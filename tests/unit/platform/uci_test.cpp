@@ -19,9 +19,9 @@ namespace {
 using testing::HasSubstr;
 
 struct FreeHandle {
-    void operator()(uci_context *handle) const { vuci2_free(handle); }
+    void operator()(UciHandle *handle) const { vuci2_free(handle); }
 };
-using Handle = std::unique_ptr<uci_context, FreeHandle>;
+using Handle = std::unique_ptr<UciHandle, FreeHandle>;
 
 constexpr const char *NETWORK = R"(
 config interface 'lan'
@@ -58,8 +58,8 @@ protected:
     Handle open() const {
         Handle opened(vuci2_init());
         EXPECT_NE(opened, nullptr);
-        EXPECT_EQ(uci_set_confdir(opened.get(), (directory / "config").c_str()), UCI_OK);
-        EXPECT_EQ(uci_set_savedir(opened.get(), (directory / "delta").c_str()), UCI_OK);
+        EXPECT_EQ(uci_set_confdir(opened->context, (directory / "config").c_str()), UCI_OK);
+        EXPECT_EQ(uci_set_savedir(opened->context, (directory / "delta").c_str()), UCI_OK);
         return opened;
     }
     // What a reader gets in a zeroed buffer.
@@ -365,6 +365,30 @@ TEST_F(Uci, a_commit_without_changes_keeps_the_values) {
     EXPECT_EQ(vuci2_commit(handle.get(), "network"), 0);
     EXPECT_EQ(stored("network.lan.ipaddr"), "192.168.8.1");
     EXPECT_EQ(stored("network.modem_1_1_2.apn"), "internet");
+}
+
+// A directory in place of a file cannot be read, whatever is configured.
+TEST_F(Uci, a_handle_that_could_not_read_something_commits_nothing) {
+    std::filesystem::create_directory(directory / "config/unreadable");
+    EXPECT_EQ(vuci2_set(handle.get(), "network.lan.proto", "dhcp"), 0);
+    EXPECT_EQ(get("unreadable.modem.apn"), "");
+    EXPECT_EQ(vuci2_set(handle.get(), "network.lan.metric", "40"), 0);
+    EXPECT_EQ(vuci2_commit(handle.get(), "network"), UCI_ERR_IO);
+    EXPECT_EQ(read_file(directory / "config/network"), NETWORK);
+    handle = open();
+    EXPECT_EQ(vuci2_set(handle.get(), "network.lan.metric", "40"), 0);
+    EXPECT_EQ(vuci2_commit(handle.get(), "network"), 0);
+    EXPECT_EQ(stored("network.lan.proto"), "static");
+    EXPECT_EQ(stored("network.lan.metric"), "40");
+}
+
+TEST_F(Uci, what_is_not_there_is_no_trouble) {
+    EXPECT_EQ(get("absent.modem.apn"), "");
+    EXPECT_EQ(vuci2_set(handle.get(), "network.absent.apn", "internet"), UCI_ERR_INVAL);
+    EXPECT_EQ(vuci2_delete(handle.get(), "network.absent"), UCI_ERR_NOTFOUND);
+    EXPECT_EQ(vuci2_set(handle.get(), "network.lan.proto", "dhcp"), 0);
+    EXPECT_EQ(vuci2_commit(handle.get(), "network"), 0);
+    EXPECT_EQ(stored("network.lan.proto"), "dhcp");
 }
 
 TEST_F(Uci, the_callers_path_is_not_changed) {
