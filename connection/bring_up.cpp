@@ -37,7 +37,7 @@ void commit(const char *package) {
 // long it is, without the blanks at its end.
 class Zone {
 public:
-    explicit Zone(const char *command) : output_(getShellCommandReturnDynamic(command)) {
+    explicit Zone(const char *command) : output_(getShellCommandReturnDynamic(command, &known_)) {
         std::string_view line(output_ != nullptr ? output_.get() : "");
         line = text_before(line, line.find('\n'));
         length_ = line.find_last_not_of(BLANKS) + 1; // npos + 1 is 0
@@ -46,10 +46,10 @@ public:
     const char *text() const { return length_ > 0 ? output_.get() : ""; }
     int length() const { return static_cast<int>(length_); }
 
-    // Whether it stands for itself between double quotes. A list with what a shell would expand there names no
-    // interfaces, and is not run.
-    bool is_quotable() const {
-        return std::string_view(text(), length_).find_first_of("\"$`\\") == std::string_view::npos;
+    // Whether the list can be written again: it has been read, or the new one would lack all others, and stands for itself
+    // between double quotes. A list with what a shell would expand there names no interfaces, and is not run.
+    bool is_writable() const {
+        return known_ && std::string_view(text(), length_).find_first_of("\"$`\\") == std::string_view::npos;
     }
 
     // Whether the interface is one of them. A longer name that contains it is another interface.
@@ -67,6 +67,7 @@ public:
     }
 
 private:
+    bool known_ = false; // before output_, whose making sets it
     Allocated<char> output_;
     size_t length_;
 };
@@ -83,7 +84,7 @@ void enter_zone(const char *ifname) {
         execCommand("vela-firewall");
         return;
     }
-    if (!zone.is_quotable()) {
+    if (!zone.is_writable()) {
         return;
     }
     char command[ZONE_COMMAND_SIZE];
@@ -93,7 +94,7 @@ void enter_zone(const char *ifname) {
 
 void leave_zone(const char *list_without_interface) {
     const Zone zone(list_without_interface);
-    if (!zone.is_quotable()) {
+    if (!zone.is_writable()) {
         return;
     }
     char command[ZONE_COMMAND_SIZE];

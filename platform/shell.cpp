@@ -24,10 +24,8 @@ constexpr int CANNOT_RUN = 127; // what a shell answers when a command cannot be
 void use_null_device(int first_stream, int last_stream) {
     const int null_device = open("/dev/null", O_RDWR);
     for (int stream = first_stream; stream <= last_stream; stream++) {
-        if (null_device < 0) {
+        if (null_device < 0 || dup2(null_device, stream) < 0) {
             close(stream);
-        } else {
-            dup2(null_device, stream);
         }
     }
 }
@@ -90,19 +88,16 @@ public:
         child_ = fork();
         if (child_ == 0) {
             use_null_device(STDIN_FILENO, STDIN_FILENO);
-            dup2(write_end.get(), STDOUT_FILENO);
+            if (dup2(write_end.get(), STDOUT_FILENO) < 0) {
+                _exit(CANNOT_RUN);
+            }
             exec_shell(command);
         }
         if (child_ < 0) {
             pipe_.reset();
         }
     }
-    ~CommandOutput() {
-        pipe_.reset();
-        if (child_ > 0) {
-            wait_for(child_);
-        }
-    }
+    ~CommandOutput() { end(); }
     CommandOutput(const CommandOutput &) = delete;
     CommandOutput &operator=(const CommandOutput &) = delete;
 
@@ -115,12 +110,26 @@ public:
         do {
             got = read(pipe_.get(), out, size);
         } while (got < 0 && errno == EINTR);
+        failed_ = failed_ || got < 0;
         return got > 0 ? static_cast<size_t>(got) : 0;
+    }
+
+    // Ends the reading and waits for the command. Returns whether a command ran and what was read until the end is all that
+    // it had to say.
+    bool end() {
+        pipe_.reset();
+        if (child_ > 0) {
+            status_ = exit_status(wait_for(child_));
+            child_ = -1;
+        }
+        return !failed_ && status_ != CANNOT_RUN;
     }
 
 private:
     Descriptor pipe_;
     pid_t child_ = -1;
+    bool failed_ = false;
+    int status_ = CANNOT_RUN; // of the shell, once it has ended
 };
 
 } // namespace
@@ -152,8 +161,11 @@ void getShellCommandReturnLine(const char *command, std::span<char> out) {
     out[strcspn(out.data(), "\n")] = '\0';
 }
 
-char *getShellCommandReturnDynamic(const char *command) {
+char *getShellCommandReturnDynamic(const char *command, bool *known) {
     constexpr size_t CHUNK = 512;
+    if (known != nullptr) {
+        *known = false;
+    }
     CommandOutput output(command);
     Allocated<char> text;
     size_t length = 0;
@@ -174,6 +186,9 @@ char *getShellCommandReturnDynamic(const char *command) {
             break;
         }
         length += got;
+    }
+    if (const bool ended_well = output.end(); known != nullptr) {
+        *known = ended_well;
     }
     if (length == 0) {
         return nullptr;

@@ -17,8 +17,9 @@ void getShellCommandReturn(const char *command, std::span<char> out);
 void getShellCommandReturnLine(const char *command, std::span<char> out);
 
 // Runs the command and returns its whole output as a NUL-terminated text that the caller releases with free();
-// null when the command could not be run or printed nothing.
-char *getShellCommandReturnDynamic(const char *command);
+// null when the command could not be run or printed nothing. `known` tells these two apart, for who goes on to write
+// what was read: false where there was no shell, its output could not be read whole, or it did not find the command.
+char *getShellCommandReturnDynamic(const char *command, bool *known = nullptr);
 
 // Same as getShellCommandReturn. The name is historic: it is given ordinary commands.
 void getUciReturn(const char *command, std::span<char> out);

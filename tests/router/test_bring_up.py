@@ -170,6 +170,17 @@ def test_a_list_that_a_shell_would_expand_stays_as_it_is(router, operation, stat
     assert not r.exists("/tmp/run")
 
 
+def test_a_list_that_could_not_be_read_stays_as_it_is(router):
+    r = make(router, lists("wan", "wan6"))
+    before = r.read("/etc/config/firewall")
+    # Found before the real one, and as good as not found when the list is asked for.
+    r.write("/usr/sbin/uci", '#!/bin/dash\n[ "$1" = get ] && exit 127\nexec /sbin/uci "$@"\n')
+    r.host_path("/usr/sbin/uci").chmod(0o755)
+    assert probe(r, "bring-up", "1", NAME) == (UP, {})
+    assert [effect for effect in effects(r) if "firewall" in effect] == [LIST]
+    assert r.read("/etc/config/firewall") == before
+
+
 # Up: what is waited for
 
 

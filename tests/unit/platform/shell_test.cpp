@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -184,6 +185,38 @@ TEST(ShellDynamic, null_where_nothing_was_printed_or_run) {
     EXPECT_EQ(getShellCommandReturnDynamic("true"), nullptr);
     EXPECT_EQ(getShellCommandReturnDynamic("cat /nonexistent/signal 2>/dev/null"), nullptr);
     EXPECT_EQ(getShellCommandReturnDynamic("/nonexistent/command"), nullptr);
+}
+
+TEST(ShellDynamic, tells_whether_what_a_command_said_is_known) {
+    const Capture errors(STDERR_FILENO);
+    constexpr struct {
+        const char *command;
+        const char *text;
+        bool known;
+    } CASES[] = {
+        {"echo text", "text\n", true},
+        {"true", "", true},
+        {"false", "", true},
+        {"kill -9 $$", "", true},
+        {"/nonexistent/command", "", false},
+        {"nonexistent-command | cat", "", true}, // known is what the last command of the pipe said
+    };
+    for (const auto &[command, text, expected] : CASES) {
+        bool known = !expected;
+        const Allocated<char> out(getShellCommandReturnDynamic(command, &known));
+        EXPECT_EQ(std::string(out != nullptr ? out.get() : ""), text) << command;
+        EXPECT_EQ(known, expected) << command;
+    }
+}
+
+TEST(ShellDynamic, without_descriptors_nothing_is_known) {
+    in_child([] {
+        const rlimit none = {3, 3};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        bool known = true;
+        EXPECT_EQ(getShellCommandReturnDynamic("echo text", &known), nullptr);
+        EXPECT_FALSE(known);
+    });
 }
 
 TEST(ShellExec, returns_the_exit_status) {
