@@ -28,7 +28,7 @@ void print_text(const char *text) {
 }
 
 void print_json(json_object *object) {
-    puts(json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY));
+    puts(vjson_text(object, JSON_C_TO_STRING_PRETTY));
 }
 
 int not_supported() {

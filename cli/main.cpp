@@ -6,6 +6,7 @@
 #include "cli/commands.h"
 #include "modem/debug.h"
 #include "modem/detection.h"
+#include "platform/json.h"
 #include "platform/owners.h"
 
 namespace {
@@ -33,7 +34,7 @@ int main(int argc, char **argv) {
     if (model.modem_id < 0) {
         return EXIT_SUCCESS;
     }
-    DEBUG_printf("%s\n", json_object_to_json_string_ext(report.get(), JSON_C_TO_STRING_PRETTY));
+    DEBUG_printf("%s\n", vjson_text(report.get(), JSON_C_TO_STRING_PRETTY));
     set_current_modem(model);
     return run_command(arguments.command, {.model = model, .arguments = arguments.rest});
 }

@@ -50,6 +50,19 @@ json_object *new_valid_string(std::string_view text) {
     return string_object({valid.get(), written});
 }
 
+// Puts the child into the object. json-c does not look whether there was memory for its copy of the key, and whoever came
+// by a member without one would read from a null pointer; so it is taken out again, and the child with it.
+bool add_member(json_object *object, const char *key, json_object *child) {
+    if (json_object_object_add(object, key, child) != 0) {
+        return false;
+    }
+    lh_table *members = json_object_get_object(object);
+    if (members->tail != nullptr && lh_entry_k(members->tail) == nullptr) {
+        lh_table_delete_entry(members, members->tail);
+    }
+    return true;
+}
+
 json_object *member(json_object *object, const char *key) {
     json_object *value = nullptr;
     return json_object_object_get_ex(object, key, &value) ? value : nullptr;
@@ -83,7 +96,7 @@ void vjson_add_object(json_object *object, const char *key, json_object *child) 
     if (child == nullptr) {
         return;
     }
-    if (!json_object_is_type(object, json_type_object) || json_object_object_add(object, key, child) != 0) {
+    if (!json_object_is_type(object, json_type_object) || !add_member(object, key, child)) {
         json_object_put(child);
     }
 }
@@ -122,6 +135,11 @@ json_object *vjson_get_object(json_object *object, const char *key) {
 
 int vjson_contain_key(json_object *object, const char *key) {
     return json_object_object_get_ex(object, key, nullptr) ? 1 : 0;
+}
+
+const char *vjson_text(json_object *object, int style) {
+    const char *text = json_object_to_json_string_ext(object, style);
+    return text != nullptr ? text : "";
 }
 
 void vjson_del_key(json_object *object, const char *key) {

@@ -35,5 +35,8 @@ int vjson_get_boolean(json_object *object, const char *key);
 json_object *vjson_get_object(json_object *object, const char *key);
 // Non-zero when the key is present, whatever its value.
 int vjson_contain_key(json_object *object, const char *key);
+// The object as a JSON text in one of json-c's styles (JSON_C_TO_STRING_PRETTY), owned by the object and valid until the
+// next such call; an empty text where memory is short.
+const char *vjson_text(json_object *object, int style);
 // Removes the member if it is present.
 void vjson_del_key(json_object *object, const char *key);

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "api/endpoints.h"
+#include "platform/json.h"
 #include "platform/owners.h"
 #include "platform/text.h"
 
@@ -147,7 +148,7 @@ int call(const EndpointTable &table, const char *method, const char *path, const
     }
     const Json reply(json_object_new_object());
     const int32_t status = endpoint->handler(request.get(), reply.get());
-    puts(json_object_to_json_string_ext(reply.get(), JSON_C_TO_STRING_PRETTY));
+    puts(vjson_text(reply.get(), JSON_C_TO_STRING_PRETTY));
     fprintf(stderr, "status %d\n", status);
     return status < 0 ? EXIT_NEGATIVE_STATUS : EXIT_SUCCESS;
 }

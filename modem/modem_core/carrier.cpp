@@ -102,7 +102,7 @@ int modem_get_isp(const ModemModel &model, json_object *entries) {
         found = find_apns(isp_object, mcc, mnc, entries);
     }
     if (found > 0) {
-        DEBUG_printf("%s\n", json_object_to_json_string(entries));
+        DEBUG_printf("%s\n", vjson_text(entries, JSON_C_TO_STRING_SPACED));
         return 0;
     }
     if (found == 0) {

@@ -261,6 +261,13 @@ TEST(JsonContainKey, tells_a_missing_key_from_an_empty_value) {
     EXPECT_EQ(vjson_contain_key(all.get(), "missing"), 0);
 }
 
+TEST(JsonText, is_in_the_style_that_is_asked_for) {
+    const Json all = parse_json(R"({"a":[1,2]})");
+    EXPECT_STREQ(vjson_text(all.get(), JSON_C_TO_STRING_PLAIN), R"({"a":[1,2]})");
+    EXPECT_STREQ(vjson_text(all.get(), JSON_C_TO_STRING_PRETTY), "{\n  \"a\":[\n    1,\n    2\n  ]\n}");
+    EXPECT_STREQ(vjson_text(nullptr, JSON_C_TO_STRING_PLAIN), "null");
+}
+
 TEST(JsonDelKey, removes_the_member_if_it_is_there) {
     const Json all = parse_json(R"({"a":1,"b":2})");
     vjson_del_key(all.get(), "a");
