@@ -11,7 +11,9 @@ CLONE_NEWNS = 0x00020000
 CLONE_NEWPID = 0x20000000
 CLONE_NEWNET = 0x40000000
 
+MS_RDONLY = 1
 MS_NOSUID = 2
+MS_REMOUNT = 32
 MS_BIND = 4096
 MS_REC = 16384
 MS_PRIVATE = 1 << 18
@@ -43,6 +45,11 @@ def mount(source: str, target: str, kind: str | None = None, flags: int = 0, dat
 
 def bind(source: str, target: str) -> None:
     mount(source, target, None, MS_BIND)
+
+
+def bind_read_only(source: str, target: str) -> None:
+    bind(source, target)
+    mount("none", target, None, MS_REMOUNT | MS_BIND | MS_RDONLY)
 
 
 def make_root_private(scratch: str) -> None:

@@ -115,7 +115,8 @@ def _install(root: str, build_dir: str, held: dict[str, int]) -> None:
             continue
         for path in paths:
             _make_room(root + path)
-            linux.bind(f"/proc/self/fd/{held[source]}", root + path)
+            # Who writes there means this router, not the build that all of them share.
+            linux.bind_read_only(f"/proc/self/fd/{held[source]}", root + path)
     # Shared libraries, coverage notes and sanitizer run times are looked for below the build directory itself.
     if not os.path.isdir(root + build_dir):
         os.makedirs(root + build_dir)
