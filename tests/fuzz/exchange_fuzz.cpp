@@ -7,6 +7,7 @@
 //     0xF0  is half a second of silence     0xF2  is an error of the port
 //     0xF1  is a signal to the host         0xF3  ends what one read gives
 // A scan of the networks, with its thirty thousand silent reads, is one only where the third line begins with "l".
+// Where that line begins with "t", the command's buffer has no room but for the command.
 // A command that begins with "uart" asks for the port's other family of calls instead of an exchange.
 #include <algorithm>
 #include <cerrno>
@@ -159,6 +160,15 @@ void check_exchange(TalkingPort &port, std::string_view text, size_t buffer_size
     require(waited_ms() <= 500 * int64_t{limit} + 10 * static_cast<int64_t>(port.given.size()) + 100);
 }
 
+// Without room for its line end a command aborts, before the port is opened.
+void check_small_command(TalkingPort &port, std::string_view text) {
+    std::vector<char> command(text.begin(), text.end());
+    char reply[16] = {};
+    require(run_on(port, [&] { send_command(PORT, command, reply, sizeof reply); }) == Ended::BY_ABORT ||
+            text.find('\0') + COMMAND_TAIL <= text.size());
+    require(port.sent.size() <= text.size());
+}
+
 void check_other_calls(TalkingPort &port, std::string_view text, size_t length) {
     constexpr int BAUDS[] = {300, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400};
     const unsigned choice = text.empty() ? 0 : static_cast<uint8_t>(text.back());
@@ -202,7 +212,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const bool other_calls = command.starts_with("uart");
     TalkingPort port(calls, input, other_calls);
-    if (other_calls) {
+    if (calls.starts_with("t")) {
+        check_small_command(port, command);
+    } else if (other_calls) {
         check_other_calls(port, command, length);
     } else {
         check_exchange(port, command, length);

@@ -221,7 +221,7 @@ bool fails(Call call) {
         return false;
     }
     failure.calls_until = failure.from_then_on ? 1 : 0;
-    errno = call == Call::MALLOC ? ENOMEM : EIO;
+    errno = call == Call::MALLOC ? ENOMEM : call == Call::INTERRUPT ? EINTR : EIO;
     return true;
 }
 
@@ -547,7 +547,7 @@ int __wrap_fsync(int fd) {
 ssize_t __real_read(int fd, void *buffer, size_t size);
 ssize_t __wrap_read(int fd, void *buffer, size_t size) {
     if (kind_of(fd) != Kind::TTY) {
-        return fails(Call::READ) ? -1 : __real_read(fd, buffer, size);
+        return fails(Call::READ) || fails(Call::INTERRUPT) ? -1 : __real_read(fd, buffer, size);
     }
     const Answering system;
     const ssize_t got = system->receive(static_cast<char *>(buffer), size);
@@ -563,7 +563,7 @@ ssize_t __wrap_read(int fd, void *buffer, size_t size) {
 ssize_t __real_write(int fd, const void *bytes, size_t size);
 ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
     if (kind_of(fd) != Kind::TTY) {
-        return fails(Call::WRITE) ? -1 : __real_write(fd, bytes, size);
+        return fails(Call::WRITE) || fails(Call::INTERRUPT) ? -1 : __real_write(fd, bytes, size);
     }
     const Answering system;
     return system->transmit(static_cast<const char *>(bytes), size);
@@ -617,6 +617,9 @@ int __wrap_tcdrain(int fd) {
 
 int __real_flock(int fd, int operation);
 int __wrap_flock(int fd, int operation) {
+    if (fails(Call::INTERRUPT)) {
+        return -1;
+    }
     return kind_of(fd) == Kind::TTY ? control_result(EWOULDBLOCK) : __real_flock(fd, operation);
 }
 
@@ -635,6 +638,10 @@ int __real_nanosleep(const timespec *duration, timespec *left);
 int __wrap_nanosleep(const timespec *duration, timespec *left) {
     if (current == nullptr) {
         return __real_nanosleep(duration, left);
+    }
+    if (fails(Call::INTERRUPT)) {
+        *left = *duration;
+        return -1;
     }
     now_ns += duration->tv_sec * NS_PER_SECOND + duration->tv_nsec;
     return 0;

@@ -58,9 +58,11 @@ public:
 };
 
 // Calls that can be made to fail in the next run, as they do where memory is short, the disk full or a table at its end.
-enum class Call { MALLOC, OPEN, READ, WRITE, RENAME, TRUNCATE, PIPE, FORK, SOCKET, INTERFACES };
-constexpr size_t CALL_COUNT = 10;
+enum class Call { MALLOC, OPEN, READ, WRITE, RENAME, TRUNCATE, PIPE, FORK, SOCKET, INTERFACES, INTERRUPT };
+constexpr size_t CALL_COUNT = 11;
 
+// INTERRUPT is a signal to the host in a read, write, lock or sleep.
+//
 // The call of that number, from 1 on, fails; with `from_then_on` all after it as well.
 void fail_call(Call call, int number, bool from_then_on);
 

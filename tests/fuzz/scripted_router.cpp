@@ -45,11 +45,12 @@ constexpr struct {
     std::string_view name;
     Call call;
 } CALLS[] = {
-    {"malloc", Call::MALLOC}, {"open", Call::OPEN},
-    {"read", Call::READ},     {"write", Call::WRITE},
-    {"rename", Call::RENAME}, {"truncate", Call::TRUNCATE},
-    {"pipe", Call::PIPE},     {"fork", Call::FORK},
-    {"socket", Call::SOCKET}, {"interfaces", Call::INTERFACES},
+    {"malloc", Call::MALLOC},       {"open", Call::OPEN},
+    {"read", Call::READ},           {"write", Call::WRITE},
+    {"rename", Call::RENAME},       {"truncate", Call::TRUNCATE},
+    {"pipe", Call::PIPE},           {"fork", Call::FORK},
+    {"socket", Call::SOCKET},       {"interfaces", Call::INTERFACES},
+    {"interrupt", Call::INTERRUPT},
 };
 static_assert(std::size(CALLS) == CALL_COUNT);
 
@@ -74,6 +75,7 @@ void make_tree() {
     }
     make_directories(std::string(DEVICE) + "/1-1.2:1.4/usbmisc/cdc-wdm0");
     make_directories(std::string(DEVICE) + "/1-1.2:1.4/net/wwan0");
+    make_directories(std::string(DEVICE) + "/1-1.2:1.4/net/eth2");
 }
 
 // Where a script may put a file: not outside of the directories that are emptied for the next one.
