@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <linux/if_link.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <unistd.h>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 #include <libubus.h>
+#include <uci.h>
 }
 
 #include "connection/interface_control.h"
@@ -22,7 +25,7 @@ extern "C" {
 
 namespace {
 
-constexpr std::string_view DEVICE = "/sys/devices/platform/usb/usb1/1-1/1-1.2";
+constexpr std::string_view DEVICE = "/sys/devices/platform/usb/1-1.2";
 
 // What a router has before anybody configures a modem.
 constexpr struct {
@@ -73,9 +76,9 @@ void make_tree() {
         make_directories(interface + "/" + tty);
         put_file("/dev/" + tty, "");
     }
-    make_directories(std::string(DEVICE) + "/1-1.2:1.4/usbmisc/cdc-wdm0");
-    make_directories(std::string(DEVICE) + "/1-1.2:1.4/net/wwan0");
-    make_directories(std::string(DEVICE) + "/1-1.2:1.4/net/eth2");
+    make_directories(std::string(DEVICE) + "/1-1.2:1.4/cdc-wdm0");
+    make_directories(std::string(DEVICE) + "/1-1.2:1.4/wwan0");
+    make_directories(std::string(DEVICE) + "/1-1.2:1.4/eth2");
 }
 
 // Where a script may put a file: not outside of the directories that are emptied for the next one.
@@ -85,6 +88,11 @@ bool is_changing(std::string_view path) {
                return path.substr(0, directory.size()) == directory && path.size() > directory.size() + 1 &&
                       path[directory.size()] == '/';
            });
+}
+
+bool is_draft(std::string_view name) {
+    static const std::string own = "." + std::to_string(getpid());
+    return name != "." && name != ".." && (name.substr(0, 1) == "." || name.ends_with(own));
 }
 
 } // namespace
@@ -177,7 +185,34 @@ Ended ScriptedRouter::run(const std::function<void()> &product) {
     });
     isp_object = nullptr;
     require(descriptors_left() == 0);
+    check_files();
     return ended;
+}
+
+// Whatever failed on the way, each package is read as before, and no draft of a file is left beside it.
+void ScriptedRouter::check_files() const {
+    uci_context *context = uci_alloc_context();
+    require(uci_set_confdir(context, scratch_path("/etc/config").c_str()) == UCI_OK &&
+            uci_set_savedir(context, scratch_path("/tmp/.uci").c_str()) == UCI_OK);
+    for (const auto &file : FILES) {
+        const auto is_this = [&file](const Record &record) { return record.argument == file.path; };
+        const std::string_view path(file.path);
+        if (std::none_of(records_.begin(), records_.end(), is_this)) {
+            uci_package *package = nullptr;
+            const std::string name(path.substr(path.rfind('/') + 1));
+            require(uci_load(context, name.c_str(), &package) == UCI_OK);
+        }
+    }
+    uci_free_context(context);
+    for (const char *directory : {"/etc/config", "/tmp/modem.1-1.2"}) {
+        DIR *entries = opendir(scratch_path(directory).c_str());
+        while (const dirent *entry = entries != nullptr ? readdir(entries) : nullptr) {
+            require(!is_draft(entry->d_name));
+        }
+        if (entries != nullptr) {
+            closedir(entries);
+        }
+    }
 }
 
 // The one that a reload keeps where it has failed.

@@ -32,7 +32,7 @@ public:
     // What stands before the first record.
     std::string_view head() const { return head_; }
 
-    // Runs the product on it, and sees that nothing stays behind.
+    // Runs the product on it, and sees that nothing stays behind and that the configuration is still one.
     Ended run(const std::function<void()> &product);
 
     bool is_tty(std::string_view path) override;
@@ -65,6 +65,7 @@ private:
     void say_on_bus(unsigned type, uint16_t seq, const void *body, size_t size);
     void answer_on_bus(unsigned type, uint16_t seq);
     void forget_connection();
+    void check_files() const;
 
     std::string_view head_;
     std::vector<Record> records_;
