@@ -94,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     ScriptedRouter router("@usb 0 0");
     for (const char *path :
          {"/proc/net/route", "/proc/net/dev", "/etc/ssmtp/ssmtp.conf", "/tmp/message",
-          "/sys/devices/platform/usb/1-1.2/idProduct", "/sys/devices/platform/usb/usb1/1-1/1-1.2/idVendor",
+          "/sys/devices/platform/usb/1-1.2/idProduct", "/sys/devices/platform/usb/1-1.2/idVendor",
           "/sys/bus/usb/devices/1-1.3/idProduct", "/sys/bus/usb/devices/1-1.3/idVendor", "/proc/device-tree/model"}) {
         put_file(path, content);
     }
