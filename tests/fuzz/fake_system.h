@@ -1,8 +1,8 @@
 // The machine under a fuzzer: what the product asks of the C library is answered here, so that a run reaches no device,
 // starts no program, sends nothing and waits for nothing.
 //
-// The linker leads the calls of the whole program here (WRAPPED_CALLS in CMakeLists.txt). Outside of run_on() they go on
-// to the C library as they are. During it
+// The linker leads the calls of the whole program here (WRAPPED_CALLS in CMakeLists.txt). Outside of run_on() they go
+// on to the C library as they are. During it
 // - paths lead into a scratch directory; one with a ".." leads nowhere;
 // - a path that is_tty() opens a serial port, whose calls the FakeSystem answers;
 // - a fork makes a child that has ended already, and a pipe is full of what output_of() its command says;
@@ -57,7 +57,7 @@ public:
     virtual ifaddrs *network_devices() { return nullptr; }
 };
 
-// Calls that can be made to fail in the next run, as they do where memory is short, the disk full or a table at its end.
+// Calls that can be made to fail in the next run, as they do where memory is short, the disk full or a table full.
 enum class Call { MALLOC, OPEN, READ, WRITE, RENAME, TRUNCATE, PIPE, FORK, SOCKET, INTERFACES, INTERRUPT };
 constexpr size_t CALL_COUNT = 11;
 
