@@ -45,7 +45,8 @@ struct SavedOption {
     std::span<char> value;
 };
 
-void read_saved(UciHandle *configuration, const char *section, SavedSettings *saved) {
+// Returns whether all of it could be read: half of what is configured connects to something else.
+bool read_saved(UciHandle *configuration, const char *section, SavedSettings *saved) {
     const SavedOption options[] = {
         {"device", saved->device},
         {"service", saved->service},
@@ -65,6 +66,7 @@ void read_saved(UciHandle *configuration, const char *section, SavedSettings *sa
         }
         vuci2_get(configuration, path, option.value);
     }
+    return configuration != nullptr && configuration->trouble == 0;
 }
 
 ConnectionSettings settings_of(const SavedSettings &saved) {
@@ -128,8 +130,11 @@ int run_new_connect_auto(const CommandContext &context) {
     char section[20] = {};
     UciHandle *configuration = vuci2_init();
     getShellCommandReturnLine("uci show network | grep modem | grep ifname |cut -d '.' -f2", section);
-    read_saved(configuration, section, &saved);
+    const bool known = read_saved(configuration, section, &saved);
     vuci2_free(configuration);
+    if (!known) {
+        return EXIT_SUCCESS;
+    }
     const ConnectionSettings settings = settings_of(saved);
     if (strstr(saved.device, "cdc-wdm") != nullptr) {
         return report_connection(modem_connect_qmi(context.model, settings));
