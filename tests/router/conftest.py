@@ -6,7 +6,7 @@ Those of tests/soak, which run for long on demand, have their short forms here.
 import os
 import sys
 from pathlib import Path
-from typing import Callable, Iterator
+from typing import Callable, Iterable, Iterator
 
 import pytest
 
@@ -24,6 +24,8 @@ def pytest_sessionstart(session: pytest.Session) -> None:
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--every", type=int, default=1, metavar="N",
                      help="of a test with many cases run the first one and every N-th after it")
+    parser.addoption("--every-fault", action="store_true",
+                     help="make things fail at each place in a run, and not only at a few")
 
 
 def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
@@ -34,6 +36,52 @@ def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item
         (kept if seen[test] % every == 0 else left_out).append(item)
     items[:] = kept
     config.hook.pytest_deselected(items=left_out)
+
+
+@pytest.fixture
+def places(request: pytest.FixtureRequest) -> Callable[[int], Callable[[int], list[int]]]:
+    """places(most)(count): which of the places 1 to `count` of a run something is made to fail at."""
+    from fault_runs import sampled
+
+    every = request.config.getoption("--every-fault")
+    return lambda most: lambda count: sampled(count, every, most)
+
+
+@pytest.fixture
+def tally(request: pytest.FixtureRequest) -> Callable[[str, object, Iterable[tuple[object, list[str]]]], None]:
+    """tally(kind, case, runs): makes the runs in which something fails, counts them for the table at the end, and tells
+    what was wrong with which."""
+    counted: dict[str, list[int]] = {}
+    request.node.user_properties.append(("faults", counted))
+
+    def count(kind: str, case: object, runs: Iterable[tuple[object, list[str]]]) -> None:
+        wrong = []
+        total = counted.setdefault(f"{kind}|{case}", [0, 0])
+        for what, found in runs:
+            total[0] += 1
+            total[1] += bool(found)
+            wrong += [f"{what}: {problem}" for problem in found]
+        if wrong:
+            pytest.fail("\n".join(wrong), pytrace=False)
+
+    return count
+
+
+def pytest_terminal_summary(terminalreporter: object) -> None:
+    table: dict[str, list] = {}
+    for outcome in ("passed", "failed"):
+        for report in terminalreporter.stats.get(outcome, []):
+            for counted in [value for name, value in report.user_properties if name == "faults"]:
+                for key, [runs, wrong] in counted.items():
+                    kind, _, case = key.partition("|")
+                    row = table.setdefault(kind, [0, 0, set()])
+                    row[0] += runs
+                    row[1] += wrong
+                    row[2].add(case)
+    if table:
+        terminalreporter.section("runs in which something failed")
+    for kind, [runs, wrong, cases] in sorted(table.items()):
+        terminalreporter.line(f"{kind}: {runs} runs of {len(cases)} commands and endpoints, {wrong} of them wrong")
 
 
 @pytest.fixture
