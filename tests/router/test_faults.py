@@ -14,7 +14,8 @@ MODES = ("once", "on")
 # Those that differ in what they do: each way to the modem, to the configuration, to the spool, to other programs.
 REPRESENTATIVE = [BY_NAME[name] for name in (
     "AT", "signal", "cells", "sim-status", "connect", "connect-auto", "new-connect-auto", "disconnect", "carrier",
-    "convert", "/modem/info", "/modem/brief_info", "/modem/set", "/modem/get", "/modem/enable", "/modem/reset", "/modem/sim/switch", "/modem/at",
+    "convert", "/modem/info", "/modem/brief_info", "/modem/set", "/modem/get", "/modem/enable", "/modem/reset",
+    "/modem/sim/switch", "/modem/at",
     "/modem/sms/list", "/modem/sms/delete", "/modem/sms/status", "/modem/sms/send", "/modem/sms/code",
     "/modem/sms/forward", "/modem/sms/account", "/modem/upgrade_status", "/modem/cells/get",
 )]
