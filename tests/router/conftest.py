@@ -48,13 +48,13 @@ def places(request: pytest.FixtureRequest) -> Callable[[int], Callable[[int], li
 
 
 @pytest.fixture
-def tally(request: pytest.FixtureRequest) -> Callable[[str, object, Iterable[tuple[object, list[str]]]], None]:
+def tally(request: pytest.FixtureRequest) -> Callable[[str, object, Iterable[tuple[object, list[str]]]], int]:
     """tally(kind, case, runs): makes the runs in which something fails, counts them for the table at the end, and tells
-    what was wrong with which."""
+    what was wrong with which. Returns how many there were."""
     counted: dict[str, list[int]] = {}
     request.node.user_properties.append(("faults", counted))
 
-    def count(kind: str, case: object, runs: Iterable[tuple[object, list[str]]]) -> None:
+    def count(kind: str, case: object, runs: Iterable[tuple[object, list[str]]]) -> int:
         wrong = []
         total = counted.setdefault(f"{kind}|{case}", [0, 0])
         for what, found in runs:
@@ -63,6 +63,7 @@ def tally(request: pytest.FixtureRequest) -> Callable[[str, object, Iterable[tup
             wrong += [f"{what}: {problem}" for problem in found]
         if wrong:
             pytest.fail("\n".join(wrong), pytrace=False)
+        return total[0]
 
     return count
 

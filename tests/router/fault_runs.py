@@ -278,8 +278,8 @@ class Faults:
             found = self.problems(result)
             # What the C library keeps is there without a failure, too.
             found += [f"{live - kept} pieces of memory leaked"] if live - kept > self.kept_connections() else []
-            assert failures > 0, (number, count)
-            yield number, found
+            if failures > 0 or found:
+                yield number, found
 
     def handlers_short_of_memory(self, mode: str, numbers: Callable[[int], list[int]]
                                  ) -> Iterator[tuple[int, list[str]]]:
@@ -301,8 +301,9 @@ class Faults:
                         yield number, ["the server ended, or hangs", *self.problems_left_behind()]
                         break
                     found = self.handler_problems(line) + self.problems_left_behind()
-                    assert line["failures"] > 0, (number, line)
-                    yield number, found
+                    # How many allocations there are may differ with what other programs say.
+                    if line["failures"] > 0 or found:
+                        yield number, found
 
     @contextlib.contextmanager
     def host(self, mode: str) -> Iterator[Callable[[int], dict | None]]:

@@ -159,13 +159,15 @@ def test_up_without_a_second_zone_goes_on(router, text):
 
 
 @pytest.mark.parametrize("operation, state", [("bring-up", interface("up")), ("take-down", interface("down"))])
-@pytest.mark.parametrize("networks", ["wan $(touch /tmp/run)", "`touch /tmp/run`", 'wan"; touch /tmp/run; "', "wan\\\\"],
-                         ids=["command", "backticks", "quotes", "backslash"])
+@pytest.mark.parametrize("networks", [
+    "wan $(touch /tmp/run)", "`touch /tmp/run`", 'wan"; touch /tmp/run; "', "wan\\\\",
+], ids=["command", "backticks", "quotes", "backslash"])
 def test_a_list_that_a_shell_would_expand_stays_as_it_is(router, operation, state, networks):
     r = make(router, option(networks), state)
     before = r.read("/etc/config/firewall")
     assert probe(r, operation, "1", NAME) == (UP if operation == "bring-up" else DOWN, {})
-    assert [effect for effect in effects(r) if "firewall" in effect] == [LIST if operation == "bring-up" else LIST_WITHOUT]
+    asked = LIST if operation == "bring-up" else LIST_WITHOUT
+    assert [effect for effect in effects(r) if "firewall" in effect] == [asked]
     assert r.read("/etc/config/firewall") == before
     assert not r.exists("/tmp/run")
 

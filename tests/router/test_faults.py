@@ -14,32 +14,24 @@ MODES = ("once", "on")
 # Those that differ in what they do: each way to the modem, to the configuration, to the spool, to other programs.
 REPRESENTATIVE = [BY_NAME[name] for name in (
     "AT", "signal", "cells", "sim-status", "connect", "connect-auto", "new-connect-auto", "disconnect", "carrier",
-    "convert", "/modem/info", "/modem/brief_info", "/modem/set", "/modem/get", "/modem/enable", "/modem/reset",
-    "/modem/sim/switch", "/modem/at",
-    "/modem/sms/list", "/modem/sms/delete", "/modem/sms/status", "/modem/sms/send", "/modem/sms/code",
-    "/modem/sms/forward", "/modem/sms/account", "/modem/upgrade_status", "/modem/cells/get",
-)]
-RUNNING_COMMANDS = [BY_NAME[name] for name in (
-    "connect", "disconnect", "/modem/info", "/modem/set", "/modem/auto", "/modem/enable", "/modem/reset",
-    "/modem/sim/switch", "/modem/sms/delete_all", "/modem/sms/send", "/modem/sms/account", "/modem/upgrade",
+    "convert", "/modem/info", "/modem/brief_info", "/modem/auto", "/modem/set", "/modem/get", "/modem/enable",
+    "/modem/reset", "/modem/sim/switch", "/modem/at", "/modem/sms/list", "/modem/sms/delete", "/modem/sms/delete_all",
+    "/modem/sms/status", "/modem/sms/send", "/modem/sms/code", "/modem/sms/forward", "/modem/sms/account",
+    "/modem/upgrade", "/modem/upgrade_status", "/modem/cells/get",
 )]
 
 
 @pytest.mark.shipped
-@pytest.mark.parametrize("mode", MODES)
 @pytest.mark.parametrize("case", CASES, ids=str)
-def test_an_allocation_that_fails(case: Case, mode: str, places, tally):
+def test_an_allocation_that_fails(case: Case, places, tally):
     with faults_of(case) as faults:
-        tally(f"allocation fails ({mode})", case, faults.short_of_memory(mode, places(3)))
+        for mode in MODES:
+            runs = tally(f"allocation fails ({mode})", case, faults.short_of_memory(mode, places(3)))
+            assert runs > 0 or not case.argv  # some handlers allocate nothing
 
 
 @pytest.mark.parametrize("case", REPRESENTATIVE, ids=str)
 def test_a_system_call_that_fails_is_interrupted_or_cut_short(case: Case, places, tally):
     with faults_of(case) as faults:
-        tally("system call", case, faults.troubled("self", EFFECTS, places(2)))
-
-
-@pytest.mark.parametrize("case", RUNNING_COMMANDS, ids=str)
-def test_a_child_that_cannot_become_a_shell(case: Case, places, tally):
-    with faults_of(case) as faults:
+        assert tally("system call", case, faults.troubled("self", EFFECTS, places(2))) > 0
         tally("system call of a child before exec", case, faults.troubled("children", CHILD_EFFECTS, places(2)))
