@@ -31,12 +31,12 @@ struct SilenceLimit {
     int silent_reads;
 };
 
-// The first prefix of the command that matches decides; the empty one is for all others.
+// By how a command begins.
 constexpr SilenceLimit SILENCE_LIMITS[] = {
     {"AT+COPS=?", 30000}, // a scan of the networks
     {"AT+CFUN=1,1", 300}, // a reboot of the modem
-    {"", 30},
 };
+constexpr int OTHER_SILENCE_LIMIT = 30;
 
 int silent_reads_allowed(std::string_view command) {
     for (const SilenceLimit &limit : SILENCE_LIMITS) {
@@ -44,7 +44,7 @@ int silent_reads_allowed(std::string_view command) {
             return limit.silent_reads;
         }
     }
-    return 0;
+    return OTHER_SILENCE_LIMIT;
 }
 
 // Appends CR and LF in place; returns the length of the line.

@@ -26,6 +26,8 @@ PRODUCTS = {
     "vela_api": ("/usr/bin/vela_api",),
     "vela_modem.so": ("/usr/lib/vela_modem.so", "/usr/bin/vela_modem.so"),
 }
+# Where a coverage build counts: not copied on write, as the machine wants to know.
+COUNTERS = "counters"
 TOOLS = {"hostlibs/uci/uci": "/sbin/uci", "hostlibs/ubus/ubus": "/bin/ubus"}
 # Programs that print something else on a router than on this machine: the scripts of sim/ that stand in for them.
 SCRIPTS = {"/usr/bin/ps": "busybox_ps"}
@@ -85,7 +87,7 @@ def _scratch() -> str:
 
 
 def _sources(build_dir: str, sim_dir: str) -> list[str]:
-    names = [*PRODUCTS, *TOOLS, "sim/recorder"]
+    names = [*PRODUCTS, *TOOLS, "sim/recorder", COUNTERS]
     return [sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
 
 
@@ -117,10 +119,13 @@ def _install(root: str, build_dir: str, held: dict[str, int]) -> None:
             _make_room(root + path)
             # Who writes there means this router, not the build that all of them share.
             linux.bind_read_only(f"/proc/self/fd/{held[source]}", root + path)
-    # Shared libraries, coverage notes and sanitizer run times are looked for below the build directory itself.
+    # Shared libraries and sanitizer run times are looked for below the build directory itself.
     if not os.path.isdir(root + build_dir):
         os.makedirs(root + build_dir)
         linux.bind(f"/proc/self/fd/{held[build_dir]}", root + build_dir)
+    counters = f"{build_dir}/{COUNTERS}"
+    if counters in held:
+        linux.bind(f"/proc/self/fd/{held[counters]}", root + counters)
 
 
 def _make_room(path: str) -> None:

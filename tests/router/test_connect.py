@@ -12,7 +12,7 @@ from connection_client import (
     sorted_out,
 )
 from probe_client import parse, run_probe
-from support import ABORTED, CONNECT_USAGE
+from support import ABORTED, CONNECT_USAGE, traced
 from velasim import Router
 
 SUCCESS = "\nconnect success"
@@ -563,6 +563,20 @@ def test_without_a_candidate_the_tty_is_tried_once_without_an_apn(router, text):
     assert section(r) == {"ifname": "3g-modem", "service": "fdd_lte", "proto": "3g", "device": "/dev/ttyUSB3",
                           "node": "1-1.2:1.3", "metric": "40", "disabled": "0"}
     assert sorted_out(effects(r)) == [*IMSI, *written(), *bring_up(), *[STATUS] * 15]
+
+
+@pytest.mark.parametrize("failing, status, wanted", [
+    ("error=EIO:when=1", 255, []),
+    ("retval=0:when=1", 0, [("3g", None, None, None)]),  # it ends before its size
+    ("error=EINTR:when=1..2", 0, [("qmi", "found", None, None), ("3g", "found", None, None)]),
+])
+def test_a_database_that_cannot_be_read_or_only_in_part(router, failing, status, wanted):
+    files = database(apn("found"))
+    r = make(router, state="down", files=files)
+    record_attempts(r)
+    result, _ = traced(r, ["vela_modem", "connect-auto"], f"inject=read:{failing}", device=[*files][0])
+    assert (result.returncode, result.stdout) == (status, "")
+    assert attempts(r) == wanted
 
 
 def test_the_try_without_a_candidate_succeeds(router):

@@ -151,6 +151,11 @@ def test_another_plug_in_by_name(ec25):
     assert (result.returncode, result.stderr) == (0, "status 0\n")
 
 
+def test_where_no_plug_in_lies_beside_the_program_the_loader_finds_it(ec25):
+    ec25.run("cp", "/usr/bin/vela_api", "/tmp/vela_api")
+    assert ec25.run("/tmp/vela_api", "list").stdout == TABLE
+
+
 @pytest.mark.parametrize("plugin", ["/nonexistent.so", "/tmp", "/etc/config/network"])
 def test_a_plug_in_that_cannot_be_loaded_exits_with_2_and_a_clear_line(ec25, plugin):
     result = ec25.run("vela_api", "--plugin", plugin, "list")

@@ -249,9 +249,19 @@ def test_with_passthrough_the_companion_is_asked_when_there_is_none(bus, own):
         assert calls(bus) == [(OBJECT, "status"), (f"{OBJECT}_4", "status")]
 
 
+def test_a_bus_that_is_gone_when_the_companion_is_to_be_asked_changes_nothing(bus):
+    bus.set_ubus_state(interfaces(wan="up", wan_4={"state": "up", **ADDRESS}))
+    bus.clear_events()
+    argv = [str(bus.build / "tests/router/probe"), "passthrough-link", NAME]
+    options = tracer("trace=connect", "inject=connect:error=ECONNREFUSED:when=2", device=None)
+    assert parse(bus.run(*options, *argv, env=TRACED)) == (UP, {"up": "on"})
+    assert calls(bus) == [(OBJECT, "status")]
+
+
 def test_a_companion_without_an_address_changes_nothing(bus):
-    bus.set_ubus_state(interfaces(wan="up", wan_4="up"))
-    assert probe(bus, "passthrough-link", NAME) == (UP, {"up": "on"})
+    for companion in ("up", {"state": "up", "ipv4-address": []}):
+        bus.set_ubus_state(interfaces(wan="up", wan_4=companion))
+        assert probe(bus, "passthrough-link", NAME) == (UP, {"up": "on"})
 
 
 def test_a_companion_that_does_not_answer_makes_it_down(bus):
@@ -386,6 +396,13 @@ def test_a_device_that_is_not_there(router, device):
     r = router(net=True, ubus=False)
     add_pair(r)
     assert probe(r, "device", device) == (0, {})
+
+
+def test_a_device_that_the_kernel_cannot_be_asked_about(router):
+    r = router(net=True, ubus=False)
+    add_pair(r)
+    argv = [str(r.build / "tests/router/probe"), "device", "veth0"]
+    assert parse(r.run(*tracer("inject=socket:error=EMFILE", device=None), *argv, env=TRACED)) == (-1, {})
 
 
 def test_ipv6_is_passed_over(router):

@@ -602,6 +602,18 @@ def test_a_status_that_a_line_feed_ends_is_none(router):
     assert check_register(r) == -1
 
 
+@pytest.mark.parametrize("reply, aggregates", [
+    (None, 1), (LTE, 0), (LTE.replace("NOT ASSIGNED", "INACTIVE"), 1), (LTE.replace("LTE CA state", "CA"), 0),
+    *((refusal, 0) for refusal in REFUSALS),
+], ids=repr)
+def test_whether_it_aggregates_carriers(router, reply, aggregates):
+    r = router("mc7430", ubus=False)
+    if reply is not None:
+        r.modem().reply(REPORT, reply)
+    assert probe(r, "cat6", BUS)[0] == aggregates
+    assert r.modem().commands == [REPORT]
+
+
 # The SIM
 
 

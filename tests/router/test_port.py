@@ -65,6 +65,21 @@ def test_each_step_of_opening_that_fails_is_told_in_one_line_and_closes_the_port
     assert r.modem().commands == [] and usable(r)
 
 
+def test_a_port_that_can_no_longer_be_set_gives_no_reply(router):
+    r = router("ec25", ubus=False)
+    result, calls = traced(r, AT, "trace=ioctl,write,read", "inject=ioctl:error=EIO:when=14+")
+    assert (result.returncode, result.stdout) == (0, "")
+    assert [call.split("(")[0] for call in calls if not call.startswith("ioctl(")] == ["write"]
+    assert r.modem().commands == ["AT"] and usable(r)
+
+
+def test_a_command_is_sent_whole_although_a_signal_interrupts_its_sending(router):
+    r = router("ec25", ubus=False)
+    result, calls = traced(r, AT, "trace=write", "inject=write:error=EINTR:when=1..3")
+    assert (result.returncode, result.stdout) == (0, REPLY)
+    assert len(calls) == 4 and r.modem().commands == ["AT"]
+
+
 def test_a_close_that_fails_is_told_as_an_opening_and_spoils_nothing(router):
     r = router("ec25", ubus=False)
     result, _ = traced(r, AT, "trace=close", "inject=close:error=EIO:when=1")

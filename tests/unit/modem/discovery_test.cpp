@@ -193,6 +193,13 @@ TEST_F(Discovery, the_node_of_an_interface_is_its_device) {
     EXPECT_EQ(found.where, "1-1.2");
 }
 
+TEST_F(Discovery, of_several_nodes_the_first_in_reading_order) {
+    make_tree(root, {"1-1.2/net/wwan0", "1-1.3/net/wwan0"});
+    const Found found = search_node(root.path(), "wwan0");
+    EXPECT_EQ(found.count, 2);
+    EXPECT_EQ(found.where, in_reading_order(root.path()).front());
+}
+
 TEST_F(Discovery, a_match_that_a_node_holds_itself) {
     make_tree(root, {"1-1.2/net"});
     EXPECT_EQ(search_node(root.path(), "net").where, "1-1.2");
@@ -239,6 +246,8 @@ TEST(DiscoveryOfNothing, no_bus_has_no_port) {
     std::array<char, PORT_PATH_SIZE> out;
     out.fill('x');
     EXPECT_EQ(modem_search_port(nullptr, 2, out), -1);
+    EXPECT_EQ(modem_search_port_by_node(nullptr, out), -1);
+    EXPECT_EQ(modem_find_device(nullptr, out), -1);
     EXPECT_EQ(std::string(out.data(), out.size()), std::string(PORT_PATH_SIZE, 'x'));
 }
 

@@ -154,6 +154,7 @@ TEST_F(UartRead, a_timed_read_is_raw_whatever_the_attributes) {
 }
 
 TEST_F(UartRead, errors) {
+    EXPECT_EQ(uartRxNonBlocking(-1, buffer.data()), -1);
     EXPECT_EQ(MyuartRxExpires(-1, 1, buffer.data(), 100), -1);
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
@@ -194,6 +195,12 @@ TEST_F(UartRead, a_count_is_read_in_as_many_pieces_as_it_takes) {
     terminal.wait_for_queued(1);
     EXPECT_EQ(uartRxPeek(), 1);
     EXPECT_EQ(uartRx(0, buffer.data()), 0);
+}
+
+TEST_F(UartRead, a_count_of_a_current_port_that_is_closed_is_an_error) {
+    const PseudoTerminal other;
+    ASSERT_EQ(MyuartClose(uartOpen(other.path(), 115200, 0, 100)), 0);
+    EXPECT_EQ(uartRx(1, buffer.data()), -1);
 }
 
 TEST_F(UartRead, a_timeout_of_0_or_less_waits_for_the_first_byte_without_limit) {

@@ -102,6 +102,28 @@ TEST(Gateway, a_used_buffer_is_emptied) {
     EXPECT_STREQ(out.data(), "");
 }
 
+// As the kernel would list them in /proc/net/route, and in no order that it would choose.
+TEST(Gateway, only_a_route_to_everywhere_that_is_up_counts_whatever_the_order) {
+    in_child_with_empty({"/proc"}, [] {
+        std::filesystem::create_directory("/proc/net");
+        write_file("/proc/net/route", "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n"
+                                      "wwan0\t00000000\t097100CB\t0003\t0\t0\t30\t00000000\n"
+                                      "wwan0\t00000000\t087100CB\t0003\t0\t0\t20\t00000000\n"
+                                      "wwan0\t00000000\t077100CB\t0003\t0\t0\t25\t00000000\n"
+                                      "wwan0\t00000000\t067100CB\t0002\t0\t0\t10\t00000000\n"
+                                      "wwan0\t00000000\t057100CB\t0003\t0\t0\t10\t00000080\n");
+        EXPECT_EQ(gateway("wwan0"), "203.0.113.8");
+        EXPECT_EQ(umount("/proc"), 0);
+    });
+}
+
+TEST(Gateway, a_system_without_a_list_of_routes_has_none) {
+    in_child_with_empty({"/proc"}, [] {
+        EXPECT_EQ(gateway("lo"), "");
+        EXPECT_EQ(umount("/proc"), 0);
+    });
+}
+
 // Routes are made with ip(8); where it cannot make them, there is nothing to test.
 bool made(const char *command) {
     return system((std::string(command) + " 2>/dev/null").c_str()) == 0;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/json_text.h"
+#include "support/short_memory.h"
 
 namespace {
 
@@ -120,6 +121,15 @@ TEST(JsonAdd, no_object_at_all) {
     vjson_del_key(nullptr, "key");
 }
 
+TEST(JsonAdd, a_child_that_could_not_be_made_is_left_out) {
+    const Json all = object();
+    vjson_add_object(all.get(), "key", nullptr);
+    EXPECT_EQ(plain_json(all.get()), "{}");
+    const Json array(json_object_new_array());
+    vjson_array_add_object(array.get(), nullptr);
+    EXPECT_EQ(plain_json(array.get()), "[]");
+}
+
 TEST(JsonArray, texts_in_order) {
     const Json array(json_object_new_array());
     vjson_array_add_string(array.get(), "/dev/ttyUSB0");
@@ -190,6 +200,18 @@ TEST(JsonText, the_worst_text_of_a_whole_buffer) {
     const Json all = object();
     vjson_add_string(all.get(), "message", given.c_str());
     EXPECT_EQ(printed_and_read(all.get(), "message").size(), 3 * given.size());
+}
+
+TEST(JsonText, one_that_needs_more_memory_than_there_is_is_left_out) {
+    const Json all = object();
+    const Json array(json_object_new_array());
+    {
+        const ShortMemory none;
+        vjson_add_string(all.get(), "message", "a\xFFz");
+        vjson_array_add_string(array.get(), "a\xFFz");
+    }
+    EXPECT_EQ(plain_json(all.get()), "{}");
+    EXPECT_EQ(plain_json(array.get()), "[]");
 }
 
 TEST(JsonGetString, a_text) {

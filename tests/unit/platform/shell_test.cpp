@@ -2,12 +2,15 @@
 #include "platform/shell.h"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -20,10 +23,30 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/interruptions.h"
+#include "support/short_memory.h"
 
 namespace {
 
 using testing::HasSubstr;
+
+bool kernel_has_close_range = true;
+
+// A limit of this process, lower for a while.
+class Limit {
+public:
+    Limit(__rlimit_resource resource, rlim_t most) : resource_(resource) {
+        EXPECT_EQ(getrlimit(resource_, &before_), 0);
+        const rlimit lower = {most, before_.rlim_max};
+        EXPECT_EQ(setrlimit(resource_, &lower), 0);
+    }
+    ~Limit() { setrlimit(resource_, &before_); }
+    Limit(const Limit &) = delete;
+    Limit &operator=(const Limit &) = delete;
+
+private:
+    __rlimit_resource resource_;
+    rlimit before_ = {};
+};
 
 using Reader = void (*)(const char *command, std::span<char> out);
 constexpr Reader READERS[] = {getShellCommandReturn, getShellCommandReturnLine, getUciReturn};
@@ -219,6 +242,13 @@ TEST(ShellDynamic, without_descriptors_nothing_is_known) {
     });
 }
 
+TEST(ShellDynamic, null_where_memory_is_short) {
+    for (int spared : {0, 1}) {
+        const ShortMemory short_now(spared);
+        EXPECT_EQ(getShellCommandReturnDynamic("seq 1000"), nullptr);
+    }
+}
+
 TEST(ShellExec, returns_the_exit_status) {
     EXPECT_EQ(execCommand("true"), 0);
     EXPECT_EQ(execCommand("false"), 1);
@@ -311,19 +341,84 @@ TEST(ShellFile, a_file_that_may_not_be_read_exists) {
     EXPECT_NE(cmm_check_file_is_exist((directory / "forward").c_str()), 0);
 }
 
+// A command that prints those of the descriptors that it has.
+std::string say_which_are_open(const Descriptor &one, const Descriptor &another) {
+    return "for f in " + std::to_string(one.get()) + " " + std::to_string(another.get()) +
+           "; do [ ! -e /proc/$$/fd/$f ] || echo $f; done";
+}
+
 // The host's descriptor would survive an exec: it is left without the close-on-exec flag on purpose.
 TEST(ShellHost, no_descriptor_of_the_host_reaches_a_command) {
     const Descriptor ours(open("/dev/null", O_RDONLY));
     const Descriptor high(fcntl(ours.get(), F_DUPFD, 100));
     ASSERT_TRUE(high.valid());
-    const std::string test = "for f in " + std::to_string(ours.get()) + " " + std::to_string(high.get()) +
-                             "; do [ ! -e /proc/$$/fd/$f ] || echo $f; done";
+    const std::string test = say_which_are_open(ours, high);
     EXPECT_EQ(output(test.c_str()), "");
     EXPECT_EQ(first_line(test.c_str()), "");
     EXPECT_EQ(dynamic_output(test.c_str()), "(null)");
     const ScratchDirectory directory;
     EXPECT_EQ(execCommand(("{ " + test + "; } > " + (directory / "found")).c_str()), 0);
     EXPECT_EQ(read_file(directory / "found"), "");
+}
+
+TEST(ShellHost, nor_on_a_kernel_that_cannot_close_them_all_at_once) {
+    const Descriptor ours(open("/dev/null", O_RDONLY));
+    const Descriptor high(fcntl(ours.get(), F_DUPFD, 100));
+    const Limit descriptors(RLIMIT_NOFILE, 200); // they are closed one by one
+    const std::string test = say_which_are_open(ours, high);
+    kernel_has_close_range = false;
+    EXPECT_EQ(output(test.c_str()), "");
+    kernel_has_close_range = true;
+}
+
+TEST(ShellHost, without_descriptors_to_spare_no_output_is_read) {
+    in_child([] {
+        const Limit descriptors(RLIMIT_NOFILE, STDERR_FILENO + 1);
+        EXPECT_EQ(output("echo text"), "");
+        EXPECT_EQ(first_line("echo text"), "");
+        EXPECT_EQ(dynamic_output("echo text"), "(null)");
+    });
+}
+
+// The pipe's ends take the streams' places then and cannot be moved away.
+TEST(ShellHost, nor_where_the_only_ones_are_those_of_closed_standard_streams) {
+    in_child([] {
+        const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+        const int out = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10);
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
+        std::string got;
+        {
+            const Limit descriptors(RLIMIT_NOFILE, STDERR_FILENO + 1);
+            got = output("echo text");
+        }
+        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+        EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFD), -1);
+        dup2(input, STDIN_FILENO);
+        dup2(out, STDOUT_FILENO);
+        EXPECT_EQ(got, "");
+    });
+}
+
+TEST(ShellHost, where_no_process_can_be_made_nothing_is_run) {
+    in_child([] {
+        constexpr uid_t NOBODY = 65534;
+        // The limit is none for the superuser.
+        ASSERT_TRUE(geteuid() != 0 || setresuid(NOBODY, NOBODY, NOBODY) == 0);
+        const Limit processes(RLIMIT_NPROC, 0);
+        EXPECT_EQ(output("echo text"), "");
+        EXPECT_EQ(dynamic_output("echo text"), "(null)");
+        EXPECT_EQ(execCommand("true"), -1);
+        EXPECT_EQ(execCommandWithin("true", 60), -1);
+        EXPECT_EQ(fork_exec2("true"), -1);
+    });
+}
+
+TEST(ShellHost, a_system_without_a_null_device_gives_a_command_closed_streams) {
+    in_child_with_empty({"/dev"}, [] {
+        EXPECT_EQ(execCommand("[ ! -e /proc/$$/fd/0 ] && [ ! -e /proc/$$/fd/1 ]"), 0);
+        EXPECT_EQ(output("[ ! -e /proc/$$/fd/0 ] && echo text"), "text\n");
+    });
 }
 
 // A command must not eat what a script feeds the loop in which it runs the program.
@@ -455,3 +550,19 @@ TEST(ShellWord, what_it_would_take_apart) {
 }
 
 } // namespace
+
+// In place of the C library's own in all that is linked statically (the linker's --wrap).
+extern "C" long __real_syscall(long number, ...);
+extern "C" long __wrap_syscall(long number, ...) {
+    va_list arguments;
+    va_start(arguments, number);
+    const long first = va_arg(arguments, long);
+    const long second = va_arg(arguments, long);
+    const long third = va_arg(arguments, long);
+    va_end(arguments);
+    if (number == SYS_close_range && !kernel_has_close_range) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return __real_syscall(number, first, second, third);
+}

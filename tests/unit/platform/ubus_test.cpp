@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@ extern "C" {
 }
 
 #include "support/json_text.h"
+#include "support/short_memory.h"
 
 namespace {
 
@@ -74,6 +76,34 @@ TEST(UbusReply, interface_status_with_tables_and_arrays) {
 TEST(UbusReply, an_empty_message_is_an_empty_object) {
     Message message;
     EXPECT_EQ(as_json(message.head()), "{}");
+}
+
+// json-c reads no more than 32 levels.
+TEST(UbusReply, one_that_is_nested_too_deeply_leaves_the_pointer) {
+    Message message;
+    std::vector<void *> open;
+    for (int level = 0; level < 40; level++) {
+        open.push_back(blobmsg_open_table(message.buffer(), "in"));
+    }
+    for (; !open.empty(); open.pop_back()) {
+        blobmsg_close_table(message.buffer(), open.back());
+    }
+    const Json before(json_object_new_object());
+    json_object *object = before.get();
+    receive(message.head(), &object);
+    EXPECT_EQ(object, before.get());
+}
+
+TEST(UbusReply, one_that_needs_more_memory_than_there_is_leaves_the_pointer) {
+    Message message;
+    blobmsg_add_string(message.buffer(), "device", "wwan0");
+    const Json before(json_object_new_object());
+    json_object *object = before.get();
+    {
+        const ShortMemory none;
+        receive(message.head(), &object);
+    }
+    EXPECT_EQ(object, before.get());
 }
 
 TEST(UbusReply, texts_that_need_escapes) {

@@ -12,6 +12,8 @@
 
 namespace {
 
+bool converters = true;
+
 std::string ucs2(std::string text) {
     iconv_t converter = iconv_open("UCS2", "UTF-8");
     EXPECT_NE(converter, reinterpret_cast<iconv_t>(-1));
@@ -41,6 +43,13 @@ TEST(Ucs2, ascii_and_characters_of_two_and_three_bytes) {
     const std::string text = "Grüße, 5 €, 你好";
     const std::string in = ucs2(text);
     EXPECT_EQ(convert(in, in.size(), 2048, 2048).text(), text);
+}
+
+TEST(Ucs2, a_buffer_without_any_room_is_left_alone) {
+    std::string in = ucs2("abc");
+    std::vector<char> out(4, 'x');
+    ucs2_to_utf8(in, in.size(), std::span(out).first(0), 63);
+    EXPECT_EQ(out, std::vector<char>(4, 'x'));
 }
 
 TEST(Ucs2, a_length_beyond_the_input_means_all_of_it) {
@@ -99,4 +108,19 @@ TEST(Ucs2, nul_characters_are_converted_too) {
     EXPECT_EQ(std::string(result.out.data(), 4), std::string("a\0b\0", 4));
 }
 
+// A C library may come without the conversion, or have no memory for it.
+TEST(Ucs2, without_a_converter_nothing_is_written) {
+    const std::string in = ucs2("text");
+    converters = false;
+    const Converted done = convert(in, in.size(), 64, 63);
+    converters = true;
+    EXPECT_EQ(done.out, std::vector<char>(64));
+}
+
 } // namespace
+
+// In place of the C library's own in all that is linked statically (the linker's --wrap).
+extern "C" iconv_t __real_iconv_open(const char *to, const char *from);
+extern "C" iconv_t __wrap_iconv_open(const char *to, const char *from) {
+    return converters ? __real_iconv_open(to, from) : reinterpret_cast<iconv_t>(-1);
+}

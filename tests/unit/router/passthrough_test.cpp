@@ -13,11 +13,10 @@
 #include "platform/owners.h"
 #include "support/child.h"
 #include "support/files.h"
+#include "support/short_memory.h"
 #include "support/system_log.h"
 
 namespace {
-
-bool memory_is_short = false;
 
 // What is reported of device "tun0" where /proc/net/dev holds `content`.
 void expect_counters(const std::string &content, const std::string &report) {
@@ -70,9 +69,10 @@ void expect_message(const char *content, const char *message) {
             write_file("/proc/net/dev", content);
         }
         const Json reply(json_object_new_object());
-        memory_is_short = content != nullptr;
-        get_ppp_ifstats_by_proc_net_dev(reply.get(), "tun0");
-        memory_is_short = false;
+        {
+            const ShortMemory none;
+            get_ppp_ifstats_by_proc_net_dev(reply.get(), "tun0");
+        }
         EXPECT_EQ(json_object_object_length(reply.get()), 0);
         EXPECT_THAT(log.line(), testing::AllOf(testing::StartsWith("<11>"), // user, error
                                                testing::EndsWith(std::string(": ") + message)));
@@ -92,9 +92,3 @@ TEST(ProcNetDev, memory_that_is_short_is_logged) {
 }
 
 } // namespace
-
-// In place of the C library's own in all that is linked statically (the linker's --wrap).
-extern "C" void *__real_malloc(size_t size);
-extern "C" void *__wrap_malloc(size_t size) {
-    return memory_is_short ? nullptr : __real_malloc(size);
-}

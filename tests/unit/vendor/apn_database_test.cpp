@@ -9,6 +9,7 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/json_text.h"
+#include "support/short_memory.h"
 
 namespace {
 
@@ -84,6 +85,18 @@ TEST(ApnFile, no_file_and_no_plain_file) {
     const ScratchDirectory scratch;
     EXPECT_EQ(load(scratch / "missing.js"), (Loaded{-1, "{}"}));
     EXPECT_EQ(load(scratch.path()), (Loaded{-1, "{}"}));
+}
+
+TEST(ApnFile, one_that_needs_more_memory_than_there_is_fails_and_changes_nothing) {
+    const ScratchDirectory scratch;
+    write_file(scratch / "apn-config.js", PREFIX + "{\"apns\":{}}");
+    json_object *database = json_object_new_object();
+    {
+        const ShortMemory none;
+        EXPECT_EQ(parse_apn_database((scratch / "apn-config.js").c_str(), &database), -1);
+    }
+    EXPECT_EQ(plain_json(database), "{}");
+    json_object_put(database);
 }
 
 TEST(ApnFile, loading_into_nothing) {

@@ -18,6 +18,7 @@ ModemModel absent_modem() {
 TEST(FibocomSetApn, a_modem_that_cannot_be_asked_is_no_failure) {
     EXPECT_EQ(fibocom_set_apn(absent_modem(), "internet"), 0);
     EXPECT_EQ(fibocom_set_apn(absent_modem(), ""), 0);
+    EXPECT_EQ(fibocom_set_apn(absent_modem(), nullptr), 0);
 }
 
 TEST(FibocomSetApn, an_apn_that_does_not_fit_the_command_aborts) {

@@ -7,6 +7,7 @@
 
 #include "support/json_text.h"
 #include "support/replies.h"
+#include "support/short_memory.h"
 
 namespace {
 
@@ -51,6 +52,18 @@ TEST(QuectelCarriers, a_pss_line_anywhere_behind_makes_a_secondary_carrier_a_pri
     EXPECT_EQ(carriers("+QCAINFO: \"sss\",1500,75,\"B3\",2\r\n+QCAINFO: \"pss\",3350,100,\"B7\",1"),
               R"([{"type":"PSS","freq":"1500","band":"B3","bandwidth":"15M","state":"-"},)"
               R"({"type":"PSS","freq":"3350","band":"B7","bandwidth":"20M","state":"Registered"}])");
+}
+
+TEST(QuectelCarriers, where_memory_is_short_the_carriers_before_are_kept) {
+    const std::string reply = "\r\n+QCAINFO: \"pss\",3350\r\n+QCAINFO: \"sss\",1500\r\n\r\nOK\r\n";
+    for (const auto &[spared, expected] : {std::pair{0, "[]"}, {1, R"([{"type":"PSS","freq":"3350"}])"}}) {
+        const Json cells(json_object_new_array());
+        {
+            const ShortMemory short_now(spared);
+            read_quectel_carriers(reply.c_str(), cells.get());
+        }
+        EXPECT_EQ(plain_json(cells.get()), expected);
+    }
 }
 
 TEST(QuectelCarriers, states_of_both_kinds_by_the_first_character) {

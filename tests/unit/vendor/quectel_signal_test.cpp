@@ -7,6 +7,7 @@
 
 #include "support/json_text.h"
 #include "support/replies.h"
+#include "support/short_memory.h"
 
 namespace {
 
@@ -100,6 +101,21 @@ TEST(QuectelSignal, the_technologies_and_their_keys) {
     EXPECT_EQ(
         read_qcsq(R"("CDMA-EVDO",70,-1,96,-21,44)"),
         (Result{R"([{"type":"CDMA-EVDO","rssi0":"-70","ecio0":"-1","rssi1":"-96","ecio1":"-21","sinr":"4"}])", 3, 3}));
+}
+
+TEST(QuectelSignal, where_memory_is_short_the_lines_before_count) {
+    const std::string reply = "\r\n+QCSQ: \"GSM\",96\r\n+QCSQ: \"WCDMA\",78,-85,-12\r\n\r\nOK\r\n";
+    for (const auto &[spared, expected] :
+         {std::pair{0, NOTHING}, {1, Result{R"([{"type":"GSM","rssi":"-96"}])", 2, 1}}}) {
+        const Json signals(json_object_new_array());
+        int32_t level = UNTOUCHED;
+        int rank = 0;
+        {
+            const ShortMemory short_now(spared);
+            rank = read_quectel_signals(reply.c_str(), signals.get(), &level);
+        }
+        EXPECT_EQ((Result{plain_json(signals.get()), rank, level}), expected);
+    }
 }
 
 TEST(QuectelSignal, the_system_mode_is_found_by_the_word_in_it) {

@@ -2,11 +2,13 @@
 #include "vendor/sierra_cells.h"
 
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "support/json_text.h"
 #include "support/replies.h"
+#include "support/short_memory.h"
 #include "support/sierra_blocks.h"
 
 namespace {
@@ -74,6 +76,17 @@ TEST(SierraCells, em9191_has_secondary_carriers_under_labels_of_its_own) {
     EXPECT_EQ(recorded("sierra-em9191/gstatus--endc-lte-scc-inactive-cut"),
               R"-([{"type":"PSS","state":"Attached","band":"B3","bandwidth":"20 MHz","tx-chan":"19700",)-"
               R"-("rx-chan":"1700","M-rssi":"-65","D-rssi":"-82","rat":"LTE"},{"type":"SSS","rat":"LTE"}])-");
+}
+
+TEST(SierraCells, where_memory_is_short_the_cells_before_are_kept) {
+    for (const auto &[spared, expected] : {std::pair{0, "[]"}, std::pair{1, R"-([{"type":"PSS","rat":"LTE"}])-"}}) {
+        const Json cells(json_object_new_array());
+        {
+            const ShortMemory short_now(spared);
+            EXPECT_EQ(read_sierra_cells("\r\nLTE SCC\r\n\r\nOK\r\n", cells.get()), -1);
+        }
+        EXPECT_EQ(plain_json(cells.get()), expected);
+    }
 }
 
 TEST(SierraCells, a_primary_carrier_alone) {

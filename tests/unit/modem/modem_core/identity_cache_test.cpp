@@ -94,6 +94,11 @@ Network get_network(const ModemModel &model) {
     return {result, mcc.data(), mnc.data()};
 }
 
+TEST(ImeiCache, a_model_that_has_no_way_to_ask_for_it_has_none) {
+    std::vector<char> buffer(IMEI_BUFFER_SIZE);
+    EXPECT_EQ(text_of(get_modem_imei(model_on_bus(), buffer), buffer), (Answer{-1, ""}));
+}
+
 TEST(ImeiCache, the_modem_is_asked_once_and_exactly_15_bytes_are_kept) {
     in_child_with_empty({"/tmp"}, [] {
         ModemPeer modem(answer("AT+GSN\r\r\n350000000000017\r\n\r\nOK\r\n"));

@@ -2,8 +2,10 @@
 #include "modem/modem_core/state_files.h"
 
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -92,6 +94,25 @@ TEST(StateFiles, of_a_long_file_only_what_there_is_room_for) {
         std::vector<char> out(20);
         EXPECT_EQ(read_into(out), 20);
         EXPECT_EQ(std::string(out.begin(), out.end()), std::string(20, 'x'));
+    });
+}
+
+TEST(StateFiles, where_the_medium_is_full_a_write_leaves_nothing_of_the_new_file) {
+    with_state_directory([] {
+        write_file(FILE_PATH, "the old one");
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit before;
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+        const rlimit nothing = {0, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
+        const int replaced = state_file_write(BUS, "modem-name", "EC25");
+        const int made = state_file_write(BUS, "modem-imei", "350000000000017");
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+        EXPECT_EQ(replaced, 0);
+        EXPECT_EQ(made, 0);
+        EXPECT_EQ(read_file(FILE_PATH), "the old one");
+        const std::filesystem::directory_iterator entries(DIRECTORY);
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
     });
 }
 
