@@ -34,7 +34,7 @@ void require_result(int result) {
 // The value of an option, in a handle of its own.
 std::string value_of(const char *path) {
     char value[4096] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, path, value);
     vuci2_free(configuration);
     return value;
@@ -42,7 +42,7 @@ std::string value_of(const char *path) {
 
 void read(const char *path, const char *option) {
     char value[4096] = {};
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     vuci2_get(configuration, path, value);
     for (int index = -1; index < 3; index++) {
         vuci2_get_list_index(configuration, path, index, value);
@@ -53,7 +53,7 @@ void read(const char *path, const char *option) {
 }
 
 void change(const char *path, const char *value, bool all_calls_succeed) {
-    uci_context *configuration = vuci2_init();
+    UciHandle *configuration = vuci2_init();
     require_result(vuci2_add_list(configuration, path, value));
     require_result(vuci2_add_list(configuration, "pkg.a.list", value));
     require_result(vuci2_add_list(configuration, "pkg.a.list", nullptr));
@@ -64,7 +64,7 @@ void change(const char *path, const char *value, bool all_calls_succeed) {
     require_result(committed);
     vuci2_free(configuration);
     if (all_calls_succeed && committed == UCI_OK && strlen(value) < 4096) {
-        uci_context *again = vuci2_init();
+        UciHandle *again = vuci2_init();
         char type[4096] = {};
         vuci2_get_name(again, "pkg", "a", nullptr, type);
         vuci2_free(again);

@@ -747,11 +747,11 @@ void wrap_uci_return(const char *command, std::span<char> out) {
 }
 #undef OUTPUT
 
-char *real_dynamic(const char *command) asm("__real__Z28getShellCommandReturnDynamicPKc");
-char *wrap_dynamic(const char *command) asm("__wrap__Z28getShellCommandReturnDynamicPKc");
-char *wrap_dynamic(const char *command) {
+char *real_dynamic(const char *command, bool *known) asm("__real__Z28getShellCommandReturnDynamicPKcPb");
+char *wrap_dynamic(const char *command, bool *known) asm("__wrap__Z28getShellCommandReturnDynamicPKcPb");
+char *wrap_dynamic(const char *command, bool *known) {
     note_command(command);
-    return real_dynamic(command);
+    return real_dynamic(command, known);
 }
 
 int real_exec(const char *command) asm("__real__Z11execCommandPKc");

@@ -234,10 +234,11 @@ TEST(ShellDynamic, tells_whether_what_a_command_said_is_known) {
 
 TEST(ShellDynamic, without_descriptors_nothing_is_known) {
     in_child([] {
-        const rlimit none = {3, 3};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
         bool known = true;
-        EXPECT_EQ(getShellCommandReturnDynamic("echo text", &known), nullptr);
+        {
+            const Limit descriptors(RLIMIT_NOFILE, STDERR_FILENO + 1);
+            EXPECT_EQ(getShellCommandReturnDynamic("echo text", &known), nullptr);
+        }
         EXPECT_FALSE(known);
     });
 }
