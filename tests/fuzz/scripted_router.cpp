@@ -83,7 +83,8 @@ void make_tree() {
 
 // Where a script may put a file: not outside of the directories that are emptied for the next one.
 bool is_changing(std::string_view path) {
-    return path.find("..") == path.npos && path.size() < 200 && path.find('\0') == path.npos &&
+    return path.find("..") == path.npos && path.find("//") == path.npos && path.find("/./") == path.npos &&
+           path.size() < 200 && path.find('\0') == path.npos &&
            std::any_of(std::begin(CHANGING), std::end(CHANGING), [path](std::string_view directory) {
                return path.substr(0, directory.size()) == directory && path.size() > directory.size() + 1 &&
                       path[directory.size()] == '/';
