@@ -110,8 +110,11 @@ def merge(options: argparse.Namespace, binaries: list[pathlib.Path]) -> int:
         with tempfile.TemporaryDirectory() as scratch:
             longest = LONGEST_SEED.get(name, LONGEST_OTHER_SEED)
             first, *replies = seeds_of(name) or [str(kept)]
+            findings = options.build / "findings" / name
+            findings.mkdir(parents=True, exist_ok=True)
             done = start([str(binary), "-set_cover_merge=1", "-use_counters=0", f"-max_len={longest}", *COMMON,
-                          scratch, *replies, first, str(options.build / "corpus" / name)])
+                          f"-artifact_prefix={findings}/", scratch, *replies, first,
+                          str(options.build / "corpus" / name)])
             # A finding on the way ends a process of the merge, but not the merge.
             if done.returncode != 0 or "SUMMARY:" in done.stdout:
                 return f"{name}: FAILED, the seeds are as before\n{done.stdout[-2000:]}"
