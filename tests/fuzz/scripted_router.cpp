@@ -81,19 +81,21 @@ void make_tree() {
     make_directories(std::string(DEVICE) + "/1-1.2:1.4/eth2");
 }
 
-// Where a script may put a file: not outside of the directories that are emptied for the next one.
+// What a write that has not ended leaves behind.
+bool is_draft(std::string_view name) {
+    static const std::string own = "." + std::to_string(getpid());
+    return name != "." && name != ".." && (name.substr(0, 1) == "." || name.ends_with(own));
+}
+
+// Where a script may put a file: not outside of the directories that are emptied for the next one, and not as if the
+// product had left it unfinished.
 bool is_changing(std::string_view path) {
     return path.find("..") == path.npos && path.find("//") == path.npos && path.find("/./") == path.npos &&
-           path.size() < 200 && path.find('\0') == path.npos &&
+           !is_draft(path.substr(path.rfind('/') + 1)) && path.size() < 200 && path.find('\0') == path.npos &&
            std::any_of(std::begin(CHANGING), std::end(CHANGING), [path](std::string_view directory) {
                return path.substr(0, directory.size()) == directory && path.size() > directory.size() + 1 &&
                       path[directory.size()] == '/';
            });
-}
-
-bool is_draft(std::string_view name) {
-    static const std::string own = "." + std::to_string(getpid());
-    return name != "." && name != ".." && (name.substr(0, 1) == "." || name.ends_with(own));
 }
 
 } // namespace
