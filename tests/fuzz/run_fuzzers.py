@@ -5,6 +5,9 @@ What a fuzzer finds of interest stays in the build directory (corpus/NAME) and i
 beside this file are only read. A finding prints the fuzzer's own report and keeps the input in the build directory
 (findings/NAME), and the exit status is 1.
 
+With --repeatable a run begins with the seeds alone and a fixed random number, and keeps nothing: that is how tests fuzz,
+for what they meet must not change from one run to the next.
+
 --coverage runs the fuzzers of a build of the "fuzz-coverage" preset over all of those inputs and prints which lines of
 the product they reach. --merge rewrites the seeds: the fewest small inputs that reach what all of them do.
 """
@@ -73,17 +76,23 @@ def last_number(pattern: str, text: str) -> int:
     return int(found[-1]) if found else 0
 
 
-def run_fuzzer(binary: pathlib.Path, build: pathlib.Path, seconds: int) -> Run:
+def run_fuzzer(binary: pathlib.Path, options: argparse.Namespace) -> Run:
     name = name_of(binary)
     dictionary = HERE / "dictionaries" / f"{name}.dict"
-    findings = build / "findings" / name
-    corpus = build / "corpus" / name
+    findings = options.build / "findings" / name
     findings.mkdir(parents=True, exist_ok=True)
-    corpus.mkdir(parents=True, exist_ok=True)
-    command = [str(binary), f"-max_total_time={seconds}", f"-artifact_prefix={findings}/", *COMMON]
+    command = [str(binary), f"-max_total_time={options.seconds}", f"-artifact_prefix={findings}/", *COMMON]
     if dictionary.exists():
         command.append(f"-dict={dictionary}")
-    done = start(command + [str(corpus)] + seeds_of(name))
+    # The first directory is where the fuzzer keeps what is of interest.
+    with tempfile.TemporaryDirectory() as kept_nowhere:
+        if options.repeatable:
+            command += ["-seed=1", kept_nowhere]
+        else:
+            corpus = options.build / "corpus" / name
+            corpus.mkdir(parents=True, exist_ok=True)
+            command.append(str(corpus))
+        done = start(command + seeds_of(name))
     return Run(name, done.returncode == 0, last_number(r"number_of_executed_units: *(\d+)", done.stdout),
                last_number(r"cov: (\d+)", done.stdout), last_number(r"corp: (\d+)", done.stdout), done.stdout)
 
@@ -91,7 +100,7 @@ def run_fuzzer(binary: pathlib.Path, build: pathlib.Path, seconds: int) -> Run:
 def fuzz(options: argparse.Namespace, binaries: list[pathlib.Path]) -> int:
     failed = 0
     with ThreadPoolExecutor(options.jobs) as pool:
-        for run in pool.map(lambda binary: run_fuzzer(binary, options.build, options.seconds), binaries):
+        for run in pool.map(lambda binary: run_fuzzer(binary, options), binaries):
             print(f"{run.name:16} {run.executions:>10} executions {run.edges:>6} edges {run.inputs:>6} inputs  "
                   f"{'no findings' if run.passed else 'FAILED'}", flush=True)
             if not run.passed:
@@ -202,6 +211,7 @@ def main() -> int:
     parser.add_argument("--build", type=pathlib.Path, required=True, help="build directory of the fuzz preset")
     parser.add_argument("--seconds", type=int, default=60, help="how long each fuzzer runs")
     parser.add_argument("--jobs", type=int, default=1, help="how many run at a time")
+    parser.add_argument("--repeatable", action="store_true", help="from the seeds alone, with a fixed random number")
     parser.add_argument("--only", action="append", help="this fuzzer alone; may be given again")
     parser.add_argument("--coverage", type=pathlib.Path, metavar="BUILD",
                         help="which lines are reached, by a build of the fuzz-coverage preset")

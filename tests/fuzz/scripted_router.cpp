@@ -87,11 +87,22 @@ bool is_draft(std::string_view name) {
     return name != "." && name != ".." && (name.substr(0, 1) == "." || name.ends_with(own));
 }
 
+bool has_draft(std::string_view path) {
+    while (!path.empty()) {
+        const size_t end = std::min(path.find('/'), path.size());
+        if (is_draft(path.substr(0, end))) {
+            return true;
+        }
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return false;
+}
+
 // Where a script may put a file: not outside of the directories that are emptied for the next one, and not as if the
 // product had left it unfinished.
 bool is_changing(std::string_view path) {
     return path.find("..") == path.npos && path.find("//") == path.npos && path.find("/./") == path.npos &&
-           !is_draft(path.substr(path.rfind('/') + 1)) && path.size() < 200 && path.find('\0') == path.npos &&
+           !has_draft(path) && path.size() < 200 && path.find('\0') == path.npos &&
            std::any_of(std::begin(CHANGING), std::end(CHANGING), [path](std::string_view directory) {
                return path.substr(0, directory.size()) == directory && path.size() > directory.size() + 1 &&
                       path[directory.size()] == '/';
@@ -160,7 +171,9 @@ void ScriptedRouter::fail_calls() const {
         const std::string number(record.argument.substr(blank));
         for (const auto &row : CALLS) {
             if (record.kind == "fail" && row.name == name) {
-                fail_call(row.call, std::clamp(atoi(number.c_str()), 1, MOST_CALLS), number.ends_with('+'));
+                // Who is interrupted at each call from one on, and tries again, does not end.
+                const bool from_then_on = number.ends_with('+') && row.call != Call::INTERRUPT;
+                fail_call(row.call, std::clamp(atoi(number.c_str()), 1, MOST_CALLS), from_then_on);
             }
         }
     }

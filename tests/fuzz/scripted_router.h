@@ -12,7 +12,7 @@
 //     @bus                netifd's report on every interface, as JSON
 //     @fail write 3+      the third write to a file fails, with the "+" all after it as well; other calls of the C
 //                         library are malloc, open, read, rename, truncate, pipe, fork, socket, interfaces
-//                         and interrupt
+//                         and interrupt (once)
 //
 // The first record that fits counts. The modem says nothing to other commands, others print nothing and end well, and
 // without "@bus" there is no bus. Line feeds in answers of the modem come as CR LF.
