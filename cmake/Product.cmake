@@ -89,7 +89,13 @@ add_library(vela_endpoints OBJECT api/endpoints.cpp)
 
 add_executable(vela_modem cli/main.cpp $<TARGET_OBJECTS:vela_endpoints>)
 add_library(vela_modem_plugin MODULE $<TARGET_OBJECTS:vela_endpoints>)
-add_executable(vela_api tools/vela_api.cpp)
+add_executable(vela_api
+    tools/plugin.cpp
+    tools/request.cpp
+    tools/rpcd.cpp
+    tools/rpcd_arguments.cpp
+    tools/vela_api.cpp
+)
 
 target_include_directories(vela_core PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(vela_core PUBLIC vela_uci vela_ubus vela_jsonc)
