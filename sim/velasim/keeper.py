@@ -17,6 +17,8 @@ from . import linux, machine, modem_file, usb
 from .moods import Moods
 from .player import Loop, Modem
 
+RPCD = "velasim.rpcd"
+
 
 class Keeper:
     def __init__(self, control: socket.socket, setup: dict) -> None:
@@ -123,7 +125,7 @@ class Keeper:
         return self.modems[bus].sms.sent
 
     def do_processes(self) -> list[dict]:
-        """What runs in the router besides this process and the bus daemon."""
+        """What runs in the router besides this process, the bus daemon and rpcd's stand-in."""
         own = {1, self.ubusd.pid if self.ubusd else 1}
         found = []
         for name in os.listdir("/proc"):
@@ -131,7 +133,8 @@ class Keeper:
                 try:
                     with open(f"/proc/{name}/cmdline", "rb") as file:
                         words = file.read().decode("latin-1").split("\0")[:-1]
-                    found.append({"pid": int(name), "argv": words})
+                    if RPCD not in words:
+                        found.append({"pid": int(name), "argv": words})
                 except OSError:
                     pass
         return found

@@ -26,6 +26,8 @@ PRODUCTS = {
     "vela_api": ("/usr/bin/vela_api",),
     "vela_modem.so": ("/usr/lib/vela_modem.so", "/usr/bin/vela_modem.so"),
 }
+# What rpcd runs: vela_api under this name.
+RPCD_PROGRAM = "/usr/libexec/rpcd/vela_modem"
 # Where a coverage build counts: not copied on write, as the machine wants to know.
 COUNTERS = "counters"
 TOOLS = {"hostlibs/uci/uci": "/sbin/uci", "hostlibs/ubus/ubus": "/bin/ubus"}
@@ -119,6 +121,9 @@ def _install(root: str, build_dir: str, held: dict[str, int]) -> None:
             _make_room(root + path)
             # Who writes there means this router, not the build that all of them share.
             linux.bind_read_only(f"/proc/self/fd/{held[source]}", root + path)
+    if f"{build_dir}/vela_api" in held:
+        os.makedirs(os.path.dirname(root + RPCD_PROGRAM), exist_ok=True)
+        os.symlink("../../bin/vela_api", root + RPCD_PROGRAM)
     # Shared libraries and sanitizer run times are looked for below the build directory itself.
     if not os.path.isdir(root + build_dir):
         os.makedirs(root + build_dir)

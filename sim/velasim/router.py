@@ -26,6 +26,7 @@ from .modem_port import SimulatedModem
 SIM = Path(__file__).resolve().parent.parent
 PASSED_ON = re.compile(r"(ASAN|UBSAN|LSAN|MSAN|TSAN)_OPTIONS|GCOV_\w+|LLVM_PROFILE_FILE|TERM")
 START_LIMIT = 30.0
+RPCD = "import sys; sys.path.insert(0, sys.argv[1]); from velasim.rpcd import main; main()"
 
 
 class RouterError(Exception):
@@ -258,6 +259,13 @@ class Router:
         if status is None or result.returncode not in (0, 1):
             raise RouterError(f"vela_api ended with {result.returncode}: {result.stdout}{result.stderr}")
         return int(status[1]), json.loads(result.stdout)
+
+    def start_rpcd(self) -> None:
+        """Puts the programs of /usr/libexec/rpcd on the bus (rpcd.py), until the router ends: "vela_modem" is one."""
+        process = self.start("/usr/bin/python3", "-E", "-s", "-S", "-B", "-c", RPCD, machine.LIBRARY, "velasim.rpcd",
+                             stderr=None)
+        if process.stdout.readline() != b"ready\n":
+            raise RouterError("rpcd's stand-in did not start")
 
     def processes(self) -> list[list[str]]:
         """The argument lists of what runs in the router now (the simulator's own processes left out)."""

@@ -20,7 +20,8 @@ as the greeting and for the method "<lookup>", is one of
     "flood"             answers to others, no end {"dribble": 0.01}  a byte at a time, this many seconds between them
                                                   {"raw": "00ff"}    these bytes in place of the answer
 
-Each invocation is one line of JSON in the log.
+Programs may add objects of their own; what is called of these goes to them. Each invocation is one line of JSON in the
+log.
 """
 
 import argparse
@@ -57,6 +58,15 @@ class Client:
         self.flooded = False
 
 
+class Added:
+    """An object that a client has added: what is called of it goes there."""
+
+    def __init__(self, owner: Client, id_: int, signature: bytes) -> None:
+        self.owner = owner
+        self.id = id_
+        self.signature = signature
+
+
 class StateFile:
     """The state file's content as of its last change; a file that does not parse leaves it as it was."""
 
@@ -87,6 +97,8 @@ class Daemon:
         self._selector = selectors.DefaultSelector()
         self._client_ids = itertools.count(FIRST_CLIENT)
         self._object_ids: dict[str, int] = {}
+        self._clients: dict[int, Client] = {}
+        self._added: dict[str, Added] = {}
         self._later: list[tuple[float, int, Client, bytes]] = []  # a heap: when, tie-break, to whom, what
         self._ties = itertools.count()
         self._listener = self._listen(socket_path)
@@ -125,6 +137,7 @@ class Daemon:
             return
         connection.setblocking(False)
         client = Client(connection, next(self._client_ids))
+        self._clients[client.id] = client
         self._selector.register(connection, selectors.EVENT_READ, client)
         greeting = encode_message(Msg.HELLO, 0, client.id)
         self._answer(client, greeting, self._state.refresh().greeting_fault, 0, 0)
@@ -133,6 +146,8 @@ class Daemon:
         if client.socket.fileno() >= 0:
             self._selector.unregister(client.socket)
             client.socket.close()
+            del self._clients[client.id]
+            self._added = {path: added for path, added in self._added.items() if added.owner is not client}
 
     def _read(self, client: Client) -> None:
         try:
@@ -217,7 +232,14 @@ class Daemon:
                 fault = state.fault(path, "<lookup>")
                 status = self._look_up(state, path, parts)
             elif message.type == Msg.INVOKE:
+                if self._pass_on(client, message, attrs):
+                    return
                 status, fault = self._invoke(state, attrs, parts)
+            elif message.type == Msg.ADD_OBJECT:
+                status = self._add(client, attrs, parts)
+            elif message.type in (Msg.DATA, Msg.STATUS):
+                self._pass_back(client, message, attrs)
+                return
             else:
                 status = Status.INVALID_COMMAND
         except WireError:
@@ -230,13 +252,57 @@ class Daemon:
     def _object_id(self, path: str) -> int:
         return self._object_ids.setdefault(path, FIRST_OBJECT + len(self._object_ids))
 
+    # Objects that clients have added
+
+    def _add(self, client: Client, attrs: dict[int, bytes], parts: list[bytes]) -> Status:
+        if Attr.OBJPATH not in attrs:
+            return Status.INVALID_ARGUMENT
+        path = decode_text(attrs[Attr.OBJPATH])
+        if path in self._added or path in self._state.state.objects():
+            return Status.INVALID_ARGUMENT
+        id_ = self._object_id(path)
+        self._added[path] = Added(client, id_, attrs.get(Attr.SIGNATURE, b""))
+        parts.append(encode_int(Attr.OBJID, id_) + encode_int(Attr.OBJTYPE, id_ ^ 0x5A5A))
+        return Status.OK
+
+    def _pass_on(self, client: Client, message: Message, attrs: dict[int, bytes]) -> bool:
+        """Sends a call on to the client whose object it is for; tells whether there is one."""
+        id_ = decode_int(attrs[Attr.OBJID]) if Attr.OBJID in attrs else None
+        added = next((added for added in self._added.values() if added.id == id_), None)
+        if added is None or Attr.METHOD not in attrs:
+            return False
+        self._note(attrs)
+        self._send(added.owner, encode_message(Msg.INVOKE, message.seq, client.id, message.body))
+        return True
+
+    def _pass_back(self, client: Client, message: Message, attrs: dict[int, bytes]) -> None:
+        """Sends the answer of an object's owner to whom it is for."""
+        id_ = decode_int(attrs[Attr.OBJID]) if Attr.OBJID in attrs else None
+        caller = self._clients.get(message.peer)
+        if caller is not None and any(added.id == id_ and added.owner is client for added in self._added.values()):
+            self._send(caller, encode_message(message.type, message.seq, id_, message.body))
+
+    # Calls
+
+    def _note(self, attrs: dict[int, bytes]) -> tuple[str | None, str, dict[str, Any]]:
+        """What is called of which object, with which arguments; it is also noted in the log."""
+        id_ = decode_int(attrs[Attr.OBJID])
+        method = decode_text(attrs[Attr.METHOD])
+        args = decode_members(attrs.get(Attr.DATA, b""))
+        path = next((path for path, known in self._object_ids.items() if known == id_), None)
+        line = json.dumps({"kind": "ubus", "object": path, "method": method, "args": args}) + "\n"
+        os.write(self._log, line.encode())
+        return path, method, args
+
     def _look_up(self, state: ubus_objects.State, pattern: str, parts: list[bytes]) -> Status:
         wild = pattern.endswith("*")
-        for path, methods in state.objects().items():
+        objects = {path: encode_members({method: {} for method in methods})
+                   for path, methods in state.objects().items()}
+        objects |= {path: added.signature for path, added in self._added.items()}
+        for path, signature in objects.items():
             if path != pattern and not (wild and path.startswith(pattern[:-1])):
                 continue
             id_ = self._object_id(path)
-            signature = encode_members({method: {} for method in methods})
             parts.append(
                 encode_text(Attr.OBJPATH, path) + encode_int(Attr.OBJID, id_) + encode_int(Attr.OBJTYPE, id_ ^ 0x5A5A)
                 + encode_attr(Attr.SIGNATURE, signature)
@@ -246,17 +312,12 @@ class Daemon:
     def _invoke(self, state: ubus_objects.State, attrs: dict[int, bytes], parts: list[bytes]) -> tuple[Status, Any]:
         if Attr.OBJID not in attrs or Attr.METHOD not in attrs:
             return Status.INVALID_ARGUMENT, None
-        id_ = decode_int(attrs[Attr.OBJID])
-        method = decode_text(attrs[Attr.METHOD])
-        args = decode_members(attrs.get(Attr.DATA, b""))
-        path = next((path for path, known in self._object_ids.items() if known == id_), None)
-        line = json.dumps({"kind": "ubus", "object": path, "method": method, "args": args}) + "\n"
-        os.write(self._log, line.encode())
+        path, method, args = self._note(attrs)
         if path is None:
             return Status.NOT_FOUND, None
         status, reply = state.call(path, method, args)
         if status == Status.OK and reply is not None:
-            parts.append(encode_int(Attr.OBJID, id_) + encode_attr(Attr.DATA, encode_members(reply)))
+            parts.append(encode_int(Attr.OBJID, self._object_id(path)) + encode_attr(Attr.DATA, encode_members(reply)))
         return status, state.fault(path, method)
 
 
