@@ -8,8 +8,15 @@
 // as the member "code"; a call always has one, also where no handler came to run or where it ended the process.
 #pragma once
 
+#include <span>
+
 // Whether the program was started as rpcd does, by that name.
 bool is_started_by_rpcd(const char *program);
+
+// Starts this program anew by its own name, with "rpcd" before the words. Connecting and disconnecting kill whatever is
+// called vela_modem, to end connection attempts that are going on; a call would kill itself. Returns where the program
+// cannot be started, or where there are more words than rpcd has.
+void continue_by_own_name(std::span<char *const> words);
 
 // Both take the plug-in as load_endpoints does, and return the exit status: 0 whenever an object was printed. A list
 // without a plug-in prints nothing and returns 2.

@@ -106,13 +106,14 @@ int main(int argc, char **argv) {
         return print_usage();
     }
     std::span<char *const> words(argv + 1, static_cast<size_t>(argc - 1));
+    if (is_started_by_rpcd(argv[0])) {
+        continue_by_own_name(words);
+        return serve_rpcd(nullptr, words);
+    }
     const char *plugin = nullptr;
     if (words.size() > 1 && strcmp(words[0], "--plugin") == 0) {
         plugin = words[1];
         words = words.subspan(2);
-    }
-    if (is_started_by_rpcd(argv[0])) {
-        return serve_rpcd(plugin, words);
     }
     if (!words.empty() && strcmp(words[0], "rpcd") == 0) {
         return serve_rpcd(plugin, words.subspan(1));
