@@ -5,6 +5,7 @@ directories that a router has and a build host has otherwise: /sys, /dev, /run, 
 """
 
 import os
+import shutil
 import stat
 
 from . import linux
@@ -40,7 +41,7 @@ def build(setup: dict) -> None:
     build_dir, sim_dir = setup["build"], setup["sim"]
     linux.make_root_private(_scratch())
     # Sources are held open by descriptor: the scratch may cover the place where they lie.
-    held = {name: os.open(name, os.O_PATH) for name in _sources(build_dir, sim_dir)}
+    held = {name: os.open(name, os.O_PATH) for name in _sources(build_dir, sim_dir, setup["root"])}
     scratch = _scratch()
     linux.mount("tmpfs", scratch, "tmpfs", linux.MS_NOSUID, "mode=755")
     root = f"{scratch}/root"
@@ -64,6 +65,8 @@ def build(setup: dict) -> None:
     os.mkdir(root + LIBRARY)
     linux.bind(f"/proc/self/fd/{held[sim_dir]}", root + LIBRARY)
     _install(root, build_dir, held)
+    if setup["root"] is not None:
+        _copy_tree(f"/proc/self/fd/{held[setup['root']]}", root)
     for fd in held.values():
         os.close(fd)
     old = f"{root}/run/sim/old"
@@ -88,9 +91,9 @@ def _scratch() -> str:
     return next(path for path in ("/mnt", "/media", "/srv", "/opt") if os.path.isdir(path))
 
 
-def _sources(build_dir: str, sim_dir: str) -> list[str]:
-    names = [*PRODUCTS, *TOOLS, "sim/recorder", COUNTERS]
-    return [sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
+def _sources(build_dir: str, sim_dir: str, root: str | None) -> list[str]:
+    names = [*(PRODUCTS if root is None else ()), *TOOLS, "sim/recorder", COUNTERS]
+    return [*([] if root is None else [root]), sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
 
 
 def _make_devices(root: str) -> None:
@@ -138,6 +141,19 @@ def _make_room(path: str) -> None:
     if os.path.lexists(path):
         os.unlink(path)
     open(path, "w", encoding="ascii").close()
+
+
+def _copy_tree(source: str, root: str) -> None:
+    """What a package manager does with a package's files: they become the router's own, modes and links included."""
+    for directory, subdirectories, files in os.walk(source + "/"):
+        target = root + "/" + os.path.relpath(directory, source + "/")
+        os.makedirs(target, exist_ok=True)
+        for name in (*files, *subdirectories):
+            path, new = f"{directory}/{name}", f"{target}/{name}"
+            if os.path.islink(path) or name in files:
+                if os.path.lexists(new):
+                    os.unlink(new)
+                shutil.copy2(path, new, follow_symlinks=False)
 
 
 def _install_stand_ins() -> None:

@@ -90,12 +90,14 @@ class Router:
         ubus: bool | dict = True,
         quick: bool | int = False,
         build: str | os.PathLike | None = None,
+        root: str | os.PathLike | None = None,
     ) -> None:
         """`modem` is short for modems={"1-1.2": modem}. `uci` is the text of configuration files by package and
         `files` that of any other files, in place of those of sim/image (None: no such file). `ubus` may be what the bus
         daemon reports from the start, and False for none at all. In a `quick` router a sleep of a second or more takes
         a hundredth of it, and an alarm comes after a tenth; with a number, all waiting of the programs takes that
-        fraction (quick_sleep.c)."""
+        fraction (quick_sleep.c). With a `root` the router has the files below that directory, as installed there, in
+        place of the build's programs and of those files of sim/image that it has."""
         if os.geteuid() != 0:
             raise RouterError("the simulated router needs root (mount namespaces): run it as root or with sudo")
         self.build = Path(build or os.environ.get("VELA_BUILD") or SIM.parent / "build").resolve()
@@ -106,7 +108,7 @@ class Router:
         if modem is not None:
             modems = {"1-1.2": modem, **(modems or {})}
         content: dict[str, str | bytes | None] = {
-            **_image(),
+            **{path: text for path, text in _image().items() if root is None or not Path(f"{root}{path}").exists()},
             "/tmp/sysinfo/board_name": f"vela,{board}\n",
             "/tmp/sysinfo/model": f"Vela {board.capitalize()}\n",
             **{f"/etc/config/{name}": text for name, text in (uci or {}).items()},
@@ -116,6 +118,7 @@ class Router:
             content[machine.UBUS_STATE] = json.dumps(ubus)
         setup = {
             "modems": modems or {}, "net": net, "ubus": ubus is not False, "build": str(self.build), "sim": str(SIM),
+            "root": None if root is None else os.path.abspath(root),
             "files": {path: _to_text(text) for path, text in content.items() if text is not None},
         }
         self._modems = {bus: SimulatedModem(self, bus) for bus in setup["modems"]}

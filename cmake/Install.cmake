@@ -1,0 +1,32 @@
+# What is installed on a router, by component: "modem" (the command, the plug-in, their configuration), "rpcd" (the
+# endpoints on the message bus) and "web" (the status page). `DESTDIR=ROOT cmake --install BUILD` puts all of them below
+# ROOT; the prefix is /usr. The programs are installed as they are built; the packager strips them.
+
+set(files openwrt/vela-modem/files)
+set(private PERMISSIONS OWNER_READ OWNER_WRITE)
+set(data PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+set(program PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+install(TARGETS vela_modem RUNTIME DESTINATION bin ${program} COMPONENT modem)
+install(TARGETS vela_modem_plugin LIBRARY DESTINATION lib ${data} COMPONENT modem)
+foreach(package velaconfig velaforward velamodem)
+    install(FILES ${files}/${package}.config DESTINATION /etc/config RENAME ${package} ${private} COMPONENT modem)
+endforeach()
+install(FILES ${files}/vela-modem.defaults DESTINATION /etc/uci-defaults RENAME vela-modem ${program} COMPONENT modem)
+# The firmware brings these two in its own places; here they are examples of their form.
+install(FILES sim/image/usr/share/modem/operator.dat sim/image/www/src/lib/apn-config.js
+    DESTINATION share/doc/vela-modem/examples ${data} COMPONENT modem)
+
+install(TARGETS vela_api RUNTIME DESTINATION bin ${program} COMPONENT rpcd)
+install(FILES ${files}/vela_modem.json DESTINATION share/rpcd/acl.d ${data} COMPONENT rpcd)
+# rpcd names its object after the file.
+set(link "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/libexec/rpcd/vela_modem")
+install(CODE "
+    get_filename_component(directory \"${link}\" DIRECTORY)
+    file(MAKE_DIRECTORY \"\${directory}\")
+    file(CREATE_LINK ../../bin/vela_api \"${link}\" SYMBOLIC)
+    message(STATUS \"Installing: ${link}\")" COMPONENT rpcd)
+
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/www/index.html)
+    install(DIRECTORY www/ DESTINATION /www/vela_modem COMPONENT web)
+endif()
