@@ -3,22 +3,22 @@
 # ROOT; the prefix is /usr. The programs are installed as they are built; the packager strips them.
 
 set(files openwrt/vela-modem/files)
-set(private PERMISSIONS OWNER_READ OWNER_WRITE)
-set(data PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-set(program PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-install(TARGETS vela_modem RUNTIME DESTINATION bin ${program} COMPONENT modem)
-install(TARGETS vela_modem_plugin LIBRARY DESTINATION lib ${data} COMPONENT modem)
+install(TARGETS vela_modem RUNTIME DESTINATION bin COMPONENT modem)
+# Whether a library is executable is a matter of distributions; here it has one mode everywhere.
+install(TARGETS vela_modem_plugin LIBRARY DESTINATION lib COMPONENT modem
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 foreach(package velaconfig velaforward velamodem)
-    install(FILES ${files}/${package}.config DESTINATION /etc/config RENAME ${package} ${private} COMPONENT modem)
+    install(FILES ${files}/${package}.config DESTINATION /etc/config RENAME ${package} COMPONENT modem
+        PERMISSIONS OWNER_READ OWNER_WRITE)
 endforeach()
-install(FILES ${files}/vela-modem.defaults DESTINATION /etc/uci-defaults RENAME vela-modem ${program} COMPONENT modem)
+install(PROGRAMS ${files}/vela-modem.defaults DESTINATION /etc/uci-defaults RENAME vela-modem COMPONENT modem)
 # The firmware brings these two in its own places; here they are examples of their form.
 install(FILES sim/image/usr/share/modem/operator.dat sim/image/www/src/lib/apn-config.js
-    DESTINATION share/doc/vela-modem/examples ${data} COMPONENT modem)
+    DESTINATION share/doc/vela-modem/examples COMPONENT modem)
 
-install(TARGETS vela_api RUNTIME DESTINATION bin ${program} COMPONENT rpcd)
-install(FILES ${files}/vela_modem.json DESTINATION share/rpcd/acl.d ${data} COMPONENT rpcd)
+install(TARGETS vela_api RUNTIME DESTINATION bin COMPONENT rpcd)
+install(FILES ${files}/vela_modem.json DESTINATION share/rpcd/acl.d COMPONENT rpcd)
 # rpcd names its object after the file.
 set(link "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/libexec/rpcd/vela_modem")
 install(CODE "

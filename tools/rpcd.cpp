@@ -26,7 +26,7 @@ constexpr const char *NAME_IN_RPCD = "vela_modem";
 constexpr std::string_view PATH_PREFIX = "/modem/";
 constexpr size_t METHOD_SIZE = 64;
 // The longest texts that handlers have room for are a few kilobytes.
-constexpr size_t REQUEST_SIZE = 64 * 1024;
+constexpr size_t REQUEST_SIZE = 65536;
 
 // What is said where memory is short, or where a handler ended the process; ready made, as nothing else works then.
 constexpr char OUT_OF_MEMORY[] = "{\"msg\":\"out of memory\",\"code\":-17}\n";

@@ -5,7 +5,7 @@ PKG_BUILD_DIR:=$(BUILD_DIR)/$(PKG_NAME)-$(PKG_VERSION)
 .PHONY: install prepare configure
 
 define BuildPackage
-$(eval $(Package/$(1)))
+$(eval SECTION:=)$(eval CATEGORY:=)$(eval TITLE:=)$(eval DEPENDS:=)$(eval $(Package/$(1)))
 $(foreach field,SECTION CATEGORY TITLE DEPENDS PKG_VERSION PKG_RELEASE PKG_MAINTAINER PKG_BUILD_FLAGS,\
 	$(if $($(field)),,$(error $(1) has no $(field))))
 $(foreach text,description install,$(if $(Package/$(1)/$(text)),,$(error $(1) has no $(text))))

@@ -34,6 +34,10 @@ PACKAGES = {
         "/usr/libexec/rpcd/vela_modem": "../../bin/vela_api",
         "/usr/share/rpcd/acl.d/vela_modem.json": (0o644, FEED / "files/vela_modem.json"),
     },
+    "vela-modem-web": {
+        f"/www/vela_modem/{path.relative_to(SOURCE / 'www')}": (0o644, path)
+        for path in sorted((SOURCE / "www").rglob("*")) if path.is_file()
+    },
 }
 DEFAULTS = "/etc/uci-defaults/vela-modem"
 
@@ -102,13 +106,14 @@ def test_the_packages_depend_on_the_libraries_that_the_programs_may_need(feed):
     assert depends == {
         "vela-modem": ["+libjson-c", "+libuci", "+libubus", "+libubox", "+libblobmsg-json"],
         "vela-modem-rpcd": ["+vela-modem", "+rpcd", "+libjson-c"],
+        "vela-modem-web": ["+vela-modem-rpcd", "+uhttpd-mod-ubus"],
     }
 
 
 def test_the_configuration_survives_an_upgrade_of_the_package(feed):
     kept = (feed / "vela-modem.conffiles").read_text().split()
     assert kept == [path for path in PACKAGES["vela-modem"] if path.startswith("/etc/config/")]
-    assert not (feed / "vela-modem-rpcd.conffiles").exists()
+    assert [path.name for path in feed.glob("*.conffiles")] == ["vela-modem.conffiles"]
 
 
 @pytest.mark.parametrize("script", ["postinst", "postrm"])
