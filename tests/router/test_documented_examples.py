@@ -29,6 +29,8 @@ def transcript(commands: list[str]) -> str:
     """The commands and what they print, as a terminal shows it."""
     text = ""
     with showcase() as r:
+        if any(command.startswith("ubus call vela_modem ") for command in commands):
+            r.start_rpcd()
         for command in commands:
             result = r.run(*shlex.split(command))
             output = (result.stdout + result.stderr).replace("\r", "")

@@ -43,7 +43,7 @@ DEFAULTS = "/etc/uci-defaults/vela-modem"
 
 
 def run(*argv: object, **options: object) -> str:
-    result = subprocess.run([str(word) for word in argv], capture_output=True, text=True, **options)
+    result = subprocess.run([str(word) for word in argv], capture_output=True, text=True, umask=0o022, **options)
     assert result.returncode == 0, result.stdout + result.stderr
     return result.stdout
 
