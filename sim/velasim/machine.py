@@ -93,7 +93,8 @@ def _scratch() -> str:
 
 def _sources(build_dir: str, sim_dir: str, root: str | None) -> list[str]:
     names = [*(PRODUCTS if root is None else ()), *TOOLS, "sim/recorder", COUNTERS]
-    return [*([] if root is None else [root]), sim_dir, build_dir, *(f"{build_dir}/{name}" for name in names if os.path.exists(f"{build_dir}/{name}"))]
+    built = [f"{build_dir}/{name}" for name in names]
+    return [*([] if root is None else [root]), sim_dir, build_dir, *(path for path in built if os.path.exists(path))]
 
 
 def _make_devices(root: str) -> None:

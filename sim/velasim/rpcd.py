@@ -3,7 +3,8 @@
     python3 -c '...; from velasim.rpcd import main; main()'
 
 A program says its methods and their arguments with "list". For a call it is run with "call METHOD"; the arguments are
-one JSON object on its standard input, and the object that it prints is the reply. Prints "ready" once all are on the bus.
+one JSON object on its standard input, and the object that it prints is the reply. This prints "ready" once all are on
+the bus.
 """
 
 import json
@@ -33,11 +34,11 @@ def type_of(example: Any) -> Type:
     return Type.STRING if isinstance(example, str) else Type.TABLE if isinstance(example, dict) else Type.ARRAY
 
 
-def run_program(program: str, words: list[str], text: str, limit: float = LIMIT) -> tuple[Status, dict[str, Any] | None]:
+def run_program(program: str, words: list[str], text: str) -> tuple[Status, dict[str, Any] | None]:
     """Runs the program and takes what it prints."""
     try:
         done = subprocess.run([f"{PROGRAMS}/{program}", *words], input=text.encode("utf-8", "surrogateescape"),
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=limit)
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=LIMIT)
         reply = json.loads(done.stdout) if done.stdout else None
     except subprocess.TimeoutExpired:
         return Status.TIMEOUT, None

@@ -1,5 +1,5 @@
-"""What is installed on a router: each file with its mode, the router that runs with these files alone, the feed's Makefile
-(read by stand-ins for the build system's own files) and the script of the first boot."""
+"""What is installed on a router: each file with its mode, the router that runs with these files alone, the feed's
+Makefile (with stand-ins for the build system's own files) and the script of the first boot."""
 
 import os
 import re
@@ -182,10 +182,10 @@ def test_on_a_fresh_installation_the_first_boot_changes_nothing(router, root):
 
 
 def test_what_is_missing_is_added_once(router, root):
-    member = "config member 'modem_{0}_only'\n\toption interface 'modem_{0}'\n"
+    member = "config member '{0}_only'\n\toption interface '{0}'\n"
     r = router(root=root, ubus=False, uci={
         "velaconfig": "", "velaforward": "", "velamodem": "",
-        "mwan3": "config member 'wan_only'\n\toption interface 'wan'\n" + member.format("1_1_2") + member.format("2_1_2"),
+        "mwan3": "".join(member.format(name) for name in ("wan", "modem_1_1_2", "modem_2_1_2")),
     })
     first = boot(r)
     for package in ("velaconfig", "velaforward", "velamodem"):

@@ -210,7 +210,8 @@ def test_keys_that_a_handler_does_not_know_are_ignored(ec25):
     assert call(ec25, "sms_list", {**EC25, **session}) == call(ec25, "sms_list", EC25)
 
 
-@pytest.mark.parametrize("words", [[], ["call"], ["list", "more"], ["call", "info", "more"], ["list", "a", "b"], ["nix"]])
+@pytest.mark.parametrize("words", [
+    [], ["call"], ["list", "more"], ["call", "info", "more"], ["list", "a", "b"], ["nix"]])
 @pytest.mark.parametrize("program", [[PROGRAM], ["vela_api", "rpcd"]], ids=["program", "vela_api"])
 def test_other_words_print_the_usage_and_exit_with_2(ec25, program, words):
     result = ec25.run(*program, *words)

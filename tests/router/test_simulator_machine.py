@@ -114,6 +114,36 @@ def test_bus_daemon(router):
     assert hello.stdout == "0000\n", hello.stderr
 
 
+PLUGIN = """#!/bin/dash
+case "$*" in
+list) echo '{"echo":{"text":"","count":64,"flag":true,"list":[],"table":{}},"odd":{},"nothing":{},"wait":{},"go":{}}' ;;
+"call echo") cat ;;
+"call odd") echo 'no object' ;;
+"call wait") while [ ! -e /tmp/go ]; do sleep 0.01; done; echo '{"waited":true}' ;;
+"call go") : >/tmp/go; echo '{}' ;;
+esac
+"""
+
+
+def test_programs_of_rpcd_on_the_bus(router):
+    r = router()
+    r.write("/usr/libexec/rpcd/thing", PLUGIN)
+    r.write("/usr/libexec/rpcd/useless", "#!/bin/dash\nexit 1\n")
+    for name in ("thing", "useless"):
+        r.host_path(f"/usr/libexec/rpcd/{name}").chmod(0o755)
+    r.start_rpcd()
+    assert {"thing", "vela_modem"} == set(r.run("ubus", "list").stdout.split()) & {"thing", "useless", "vela_modem"}
+    values = {"text": "gr\u00fc\u00df \U0001f4f6", "count": -(1 << 40), "flag": False, "list": [1, "a", None],
+              "table": {"b": {}}}
+    reply = r.run("ubus", "-S", "call", "thing", "echo", json.dumps(values))
+    assert reply.returncode == 0 and json.loads(reply.stdout) == values
+    # Invalid argument, no data, no such method: the statuses of a real one.
+    assert [r.run("ubus", "call", "thing", method).returncode for method in ("odd", "nothing", "more")] == [2, 5, 3]
+    waiting = r.start("ubus", "-S", "call", "thing", "wait")
+    assert r.run("ubus", "-S", "call", "thing", "go").stdout == "{}\n"
+    assert waiting.communicate()[0] == b'{"waited":true}\n'
+
+
 # Life and death
 
 
@@ -193,4 +223,7 @@ def test_command_line():
     shell = subprocess.run([*program, "--modem", "1-1.2=ec25"], input="ls /dev/ttyUSB2\nexit 4\n", capture_output=True,
                            text=True)
     assert shell.returncode == 4 and "/dev/ttyUSB2\n" in shell.stdout and "ec25 on bus 1-1.2" in shell.stdout
+    call = subprocess.run([*program, "--", "ubus", "-S", "call", "vela_modem", "sms_list", '{"modem_id":3}'],
+                          capture_output=True, text=True)
+    assert call.stdout == '{"messages":[],"code":0}\n'
     assert subprocess.run([*program, "--modem", "1-1.2=x"], capture_output=True).returncode == 1
