@@ -9,6 +9,7 @@
 // status, 2 where the call could not be made: bad usage, an unknown endpoint, bad JSON, a plug-in that cannot be
 // loaded. The last form is what rpcd asks (rpcd.h); called as /usr/libexec/rpcd/vela_modem, it does that without the
 // word "rpcd".
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -102,11 +103,9 @@ int serve(const char *plugin, std::span<char *const> words) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 1) {
-        return print_usage();
-    }
-    std::span<char *const> words(argv + 1, static_cast<size_t>(argc - 1));
-    if (is_started_by_rpcd(argv[0])) {
+    const int named = std::min(argc, 1); // who starts a program may leave out its name
+    std::span<char *const> words(argv + named, static_cast<size_t>(argc - named));
+    if (named != 0 && is_started_by_rpcd(argv[0])) {
         continue_by_own_name(words);
         return serve_rpcd(nullptr, words);
     }
