@@ -50,16 +50,21 @@ APN_DATABASE = """module.exports.apnData = {"apns": {"apn": [
 ]}};
 """
 
-BUS = {"interfaces": {"modem_1_1_2": "up", "modem_2_1_2": "down"}}
+SIM_DETECTION = {"/tmp/sim_status": "ready\n", "/tmp/sim_type": "other\n"}
+
+BUS = {"interfaces": {"modem_1_1_2": {"state": "up", "on_up": "up", "on_reload": "down"}, "modem_2_1_2": "down"}}
+
+# What smsd leaves of a message that is not in the modem's own alphabet.
+UCS2_TEXT = "Grüße".encode("utf-16-le")
 
 
 def showcase() -> Router:
-    files = {"/etc/spool/sms/incoming/VMS99.k3Yt0w": MESSAGE}
+    files = {"/etc/spool/sms/incoming/VMS99.k3Yt0w": MESSAGE, "/tmp/message.ucs2": UCS2_TEXT, **SIM_DETECTION}
     return Router(modems=MODEMS, files=files, uci=CONFIGURATION, ubus=BUS)
 
 
 def new_router() -> Router:
     """A router with an EC25 that has not been set up. What waits for the modem or the link does not wait for long."""
-    files = {"/www/src/lib/apn-config.js": APN_DATABASE, "/tmp/sim_status": "ready\n", "/tmp/sim_type": "other\n"}
+    files = {"/www/src/lib/apn-config.js": APN_DATABASE, **SIM_DETECTION}
     bus = {"interfaces": {"modem_1_1_2": {"state": "down", "on_up": "up", "on_reload": "down"}}}
     return Router("ec25", files=files, ubus=bus, quick=True)

@@ -35,8 +35,10 @@ def transcript(commands: list[str]) -> str:
             result = r.run(*shlex.split(command))
             output = (result.stdout + result.stderr).replace("\r", "")
             text += PROMPT + command + "\n" + output
-            if not output.endswith("\n"):
+            if output and not output.endswith("\n"):
                 text += "\n"
+            if result.returncode != 0:
+                text += f"[exit status {result.returncode}]\n"
     return text
 
 
