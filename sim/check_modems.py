@@ -12,11 +12,10 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 from velasim.modem_file import HEADER_KEYS, MODEMS, ModemFile, ModemFileError, parse  # noqa: E402
+from velasim.scrub import MADE_UP  # noqa: E402
 
 ASKED_OF_ALL = ("AT", "ATI", "AT+GSN", "AT+CGSN", "AT+CIMI", "AT+CPIN?", "AT+CREG?", "AT+CGREG?", "AT+CEREG?",
                 "AT+COPS?", "AT+CSQ")
-# The mark of a made-up IMEI, IMSI or ICCID: six zeros in a row, which no assigned one has.
-MADE_UP = "000000"
 
 
 def problems(text: str, modem: ModemFile) -> list[str]:
