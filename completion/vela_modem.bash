@@ -1,5 +1,5 @@
-# Completion of vela_modem and vela_api for bash. It asks no modem: what is offered is what the programs know by themselves,
-# and the router's devices.
+# Completion of vela_modem and vela_api for bash. It asks no modem: what is offered is what the programs know by
+# themselves, and the router's devices.
 #
 # Read it from a shell's start file, or install it as /usr/share/bash-completion/completions/vela_modem.
 

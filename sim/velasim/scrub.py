@@ -1,17 +1,5 @@
-"""Takes out of a modem's replies what says whose modem it is and where, at the same length and alike everywhere.
-
-| What | becomes |
-|---|---|
-| IMEI, IMSI, ICCID and any other number of 14 digits and more | its first six digits, which say maker, network or country, then zeros, then 17, 25, 33 ... |
-| a telephone number: subscriber, service centre, voice mail | "+" and two digits of the country, if they were there, then zeros, then 17, 25, 33 ... |
-| cell identity, tracking and location area | the smallest number with as many hexadecimal and decimal digits, the next one, ... |
-| a MAC address | 00:00:5E:00:53:01, ...:02, ... |
-| a place, with the time of its fix | every digit becomes 0 |
-| the text of a message | digits become 0, letters x |
-| a serial number, with its label | digits become 0 |
-
-What is made up like that already stays as it is. Names, IP addresses, credentials are left: who records a file reads it.
-"""
+"""Takes out of a modem's replies what says whose modem it is and where, at the same length and alike everywhere; the
+values that it puts there are listed in sim/README.md. What is made up like that already stays as it is."""
 
 import re
 
@@ -35,13 +23,13 @@ CELLS = (
                 r"([0-9A-F]+)(?:,-?\d*){5},([0-9A-F]+)", re.IGNORECASE), (16, 16)),
     (re.compile(r'\+QENG: *"servingcell", *"\w*", *"NR5G-SA", *"[FT]DD", *\d+, *\d+, *([0-9A-F]+), *\d+, *([0-9A-F]+)',
                 re.IGNORECASE), (16, 16)),
-    (re.compile(r'\+QENG: *"\w+", *(?:"\w*", *)?"(?:WCDMA|GSM|TDSCDMA|TD-SCDMA)", *\d+, *\d+, *([0-9A-F]+), *([0-9A-F]+)',
+    (re.compile(r'\+QENG: *"\w+", *(?:"\w*", *)?"(?:WCDMA|GSM|TD-?SCDMA)", *\d+, *\d+, *([0-9A-F]+), *([0-9A-F]+)',
                 re.IGNORECASE), (16, 16)),
     (re.compile(r"\+CPSI: *[^,\r\n]+,[^,\r\n]+,\d+-\d+,0x([0-9A-F]+),(\d+)", re.IGNORECASE), (16, 10)),
     (re.compile(r"\b(?:TAC|LAC|Cell ID):[ \t]*([0-9A-F]+)(?: \((\d+)\))?", re.IGNORECASE), (16, 10)),
     (re.compile(r"^\d,\d+,\d{3},\d{2,3},([0-9A-F]+),([0-9A-F]+),", re.IGNORECASE | re.MULTILINE), (16, 16)),
 )
-# An identity of so many digits is looked for everywhere else as well, in both bases; a shorter one may be any other number.
+# An identity of so many digits is looked for everywhere else, too, in both bases; a shorter one may be any number.
 TELLING = 6
 
 

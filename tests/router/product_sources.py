@@ -1,4 +1,4 @@
-"""What the product's sources name: configuration options and paths. The documents that list them are checked with it."""
+"""What the product's sources name: configuration options and paths. The documents that list them are checked by it."""
 
 import re
 from pathlib import Path
@@ -57,7 +57,7 @@ def _arguments(text: str) -> list[str]:
 
 
 def _named_options(text: str) -> list[tuple[str, str]]:
-    """package.section.option of the calls that take the three by name, and the literal that is written, if it is one."""
+    """package.section.option of the calls that take the three by name, and what is written, if that is a literal."""
     found = []
     for call in CALL.finditer(text):
         arguments = _arguments(text[call.end():])
@@ -71,7 +71,7 @@ def _named_options(text: str) -> list[tuple[str, str]]:
 
 
 def options() -> dict[str, set[str]]:
-    """Every UCI option that the product reads or writes, as package.section.option, with the constants that it writes."""
+    """Every UCI option that the product reads or writes, package.section.option, with the constants that it writes."""
     found: dict[str, set[str]] = {}
     for file, text in _sources().items():
         if file.startswith("platform/"):

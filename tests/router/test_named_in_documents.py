@@ -1,4 +1,5 @@
-"""The documents list every configuration option and every path that the sources name, and no other."""
+"""The documents list every configuration option and every path that the sources name, and no other; the index lists
+every document, and what they point to is there."""
 
 import re
 
@@ -46,3 +47,35 @@ def test_every_path_of_the_sources_is_documented_and_no_other():
                                 and not name.startswith("/modem/")} | {"/tmp/modem.<bus>"}
     assert listed == paths()
     assert len(paths()) > 50
+
+
+# Not what was built or brought by others.
+DOCUMENTS = sorted(path for path in ROOT.rglob("*.md") if "node_modules" not in path.parts
+                   and not path.relative_to(ROOT).parts[0].startswith(("build", ".")))
+
+
+def anchors(text: str) -> set[str]:
+    """The headings as a link names them."""
+    headings = re.findall(r"^#+ (.*)$", text, re.MULTILINE)
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: str(path.relative_to(ROOT)))
+def test_what_a_document_points_to_is_there(document):
+    # Only where a link stands in running text, not in an example.
+    text = re.sub(r"^```.*?^```$", "", document.read_text(encoding="utf-8"), flags=re.MULTILINE | re.DOTALL)
+    missing = []
+    for link in re.findall(r"\]\(([^)\s]+)\)", text):
+        name, _, anchor = link.partition("#")
+        if name.startswith("https://"):
+            continue
+        target = (document.parent / name).resolve() if name else document
+        if not target.exists() or (anchor and anchor not in anchors(target.read_text(encoding="utf-8"))):
+            missing.append(link)
+    assert missing == []
+
+
+def test_the_index_lists_every_document():
+    listed = re.findall(r"^\| \[([\w.-]+)\]\(\1\)", (ROOT / "docs/README.md").read_text(encoding="utf-8"), re.MULTILINE)
+    there = [path.name for path in (ROOT / "docs").iterdir() if path.suffix in (".md", ".json")]
+    assert sorted([*listed, "README.md"]) == sorted(there)

@@ -9,7 +9,8 @@ from product_sources import ROOT
 from velasim import Router
 
 DOCUMENT = json.loads((ROOT / "docs/openapi.json").read_text(encoding="utf-8"))
-OPERATIONS = {(method, path): operation for path, item in DOCUMENT["paths"].items() for method, operation in item.items()}
+OPERATIONS = {(method, path): operation for path, operations in DOCUMENT["paths"].items()
+              for method, operation in operations.items()}
 STATE = {"interfaces": {"modem_1_1_2": {"state": "up", "on_up": "up", "l3_device": "lo", "device": "lo",
                                         "ipv4-address": [{"address": "192.0.2.17", "mask": 32}]},
                         "modem_2_1_2": "down", "modem_1_1_3": "up"}}
@@ -47,7 +48,8 @@ AT = {"at-command": "AT+CSQ", "at-port": "/dev/ttyUSB2"}
 VERSION = "EC25EFAR06A03M4G_01.005.01.005"
 UPGRADE = {"modem_url": "http://192.0.2.1/fw.zip", "target_version": "EC25EFAR06A04M4G", "current_version": VERSION,
            "firmware_upload": "0", "hash_type": "md5", "hash_value": "d41d8cd98f00b204e9800998ecf8427e"}
-ACCOUNT = {"account": "router@mail.example", "password": "secret", "smtp": "mail.example:587", "local_tel": "+490000001"}
+ACCOUNT = {"account": "router@mail.example", "password": "secret", "smtp": "mail.example:587",
+           "local_tel": "+490000001"}
 
 # What is asked, in this order, and the code that comes.
 CALLS = [
@@ -102,7 +104,7 @@ CALLS = [
     ("post", "/modem/sim/switch", {**EC25, "sim_num": "2"}, 0),
     ("post", "/modem/sim/switch", EC25, -22),
 ]
-# And of a router with an EP06, whose upgrade alone reports its progress, without forwarding, mail and configured modems.
+# And of a router with an EP06, which alone reports how far its upgrade is, without forwarding, mail and configuration.
 CALLS_OF_AN_EP06 = [
     ("post", "/modem/upgrade_status", {}, 0),
     ("get", "/modem/info", {}, -250),
@@ -127,7 +129,8 @@ def reply_of(method: str, path: str) -> dict:
 
 
 def mistakes(value: object, against: dict) -> list[str]:
-    return [f"{error.json_path}: {error.message}" for error in jsonschema.Draft202012Validator(against).iter_errors(value)]
+    errors = jsonschema.Draft202012Validator(against).iter_errors(value)
+    return [f"{error.json_path}: {error.message}" for error in errors]
 
 
 def called(r: Router, calls: list[tuple[str, str, dict, int]]) -> Iterator[tuple[tuple[str, str], dict]]:
