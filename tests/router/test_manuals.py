@@ -9,6 +9,8 @@ from product_sources import ROOT
 from support import COMMANDS
 from velasim import Router
 
+pytestmark = pytest.mark.shipped
+
 COMPLETION = (ROOT / "completion/vela_modem.bash").read_text(encoding="utf-8")
 # What readline does at the tabulator: it calls the registered function with the words and the cursor in the last one.
 AT_THE_TABULATOR = """

@@ -6,6 +6,8 @@ import re
 import pytest
 from product_sources import ROOT, options, paths
 
+pytestmark = pytest.mark.shipped
+
 ROW = re.compile(r"^\| (`[^|]+) \|(.*)$", re.MULTILINE)
 NAME = re.compile(r"`([^`]+)`")
 

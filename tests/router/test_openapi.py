@@ -5,8 +5,11 @@ import re
 from typing import Iterator
 
 import jsonschema
+import pytest
 from product_sources import ROOT
 from velasim import Router
+
+pytestmark = pytest.mark.shipped
 
 DOCUMENT = json.loads((ROOT / "docs/openapi.json").read_text(encoding="utf-8"))
 OPERATIONS = {(method, path): operation for path, operations in DOCUMENT["paths"].items()
