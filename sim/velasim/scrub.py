@@ -3,10 +3,11 @@ values that it puts there are listed in sim/README.md. What is made up like that
 
 import re
 
-# The mark of a made-up number: six zeros in a row, which no assigned one has.
+# What a made-up number of 14 digits and more has: six zeros in a row.
 MADE_UP = "000000"
 
-LONG_NUMBER = re.compile(r"(?<![\dA-Fa-f])\d{14,}")
+# Not the masks of bands.
+LONG_NUMBER = re.compile(r"(?<!0[xX])(?<!\d)\d{14,}")
 PHONE = re.compile(r"\+\d{8,}")
 PHONE_LINE = re.compile(r"\+(?:CNUM|CSCA|CSVM|CLIP|COLP|CLCC|CCFC|CPBR|CPBF|CMGL|CMGR|CMT|CDS)\b.*")
 QUOTED_NUMBER = re.compile(r'(?<=")\+?\d{5,}(?=")')
@@ -77,11 +78,12 @@ class Scrubber:
         return line if kept else _veil(line, letters=True)
 
     def _number(self, digits: str, keep: int) -> str:
-        if MADE_UP in digits:
+        # Zeros alone between what is kept and the last two: such a one is made up, as no assigned one is like that.
+        if set(digits[keep:-2]) == {"0"}:
             return digits
         if digits not in self._numbers:
-            end = f"{17 + 8 * len(self._numbers):02}"
-            self._numbers[digits] = digits[:keep] + end.rjust(len(digits) - keep, "0")
+            end = (17 + 8 * len(self._numbers)) % 100
+            self._numbers[digits] = digits[:keep] + f"{end:02}".rjust(len(digits) - keep, "0")
         return self._numbers[digits]
 
     def _phone(self, text: str) -> str:

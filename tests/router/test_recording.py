@@ -55,7 +55,10 @@ def replies(file: object) -> dict[str, bytes]:
 
 @pytest.mark.parametrize("command, reply, expected", [
     ("AT+GSN", f"{IMEI}", "356938000000017"),
-    ("AT+CGSN", "350000000000017", "350000000000017"),  # made up already
+    ("AT+CGSN", "350000000000017", None),  # made up already
+    ("AT+CCID", "89490200000012345678", "89490200000000000017"),
+    ("AT+CRSM=176,12258", '+CRSM: 144,0,"AB98942010325476981032"', '+CRSM: 144,0,"AB98942000000000000017"'),
+    ('AT+QCFG="band"', '+QCFG: "band",0x10000000000042,0x42000000000000001', None),
     ("AT+CIMI", IMSI, "262021000000017"),
     ("AT+QCCID", f"+QCCID: {ICCID}F", "+QCCID: 8949200000000000017F"),
     ("AT+CGSN", "A1000049BC31D8", "A0000000BC00D0"),
