@@ -225,3 +225,13 @@ def test_the_codes_that_are_described_are_those_of_the_sources():
     described = {code for endpoint in OPERATIONS for code in reply_of(*endpoint)["properties"]["code"]["enum"]}
     # -264 is for a message that cannot be marked, and marking one does not fail.
     assert described == {int(code) for code in constants} - {-264} | {0}
+
+
+def test_the_codes_that_are_described_are_those_of_the_document_for_readers():
+    for section in re.split(r"(?m)^## ", (ROOT / "docs/endpoints.md").read_text(encoding="utf-8")):
+        head, _, text = section.partition("\n")
+        endpoints = [endpoint for endpoint in OPERATIONS if endpoint[1] in re.findall(r"/modem/[\w/]+", head)]
+        text = re.sub(r"(?ms)^```.*?^```$", "", text)
+        described = {code for endpoint in endpoints for code in reply_of(*endpoint)["properties"]["code"]["enum"]} - {0}
+        if endpoints:
+            assert {-int(code) for code in re.findall(r'(?<![\w"])-(\d+)\b', text)} == described, head
