@@ -27,8 +27,8 @@ TELLING = {
     "AT+CEREG?": '\n+CEREG: 2,1,"7B21","1A2D003",7\n\nOK\n',
     "AT+CREG?": '\n+CREG: 2,1,"7B21","1A2D003",7\n\nOK\n',
     "AT+XCELL": "\ncell 27447299 at 1a2d003\n\nOK\n",
-    'AT+QENG="servingcell"': '\n+QENG: "servingcell","NOCONN","LTE","FDD",262,02,1A2D003,193,1250,3,5,5,7B21,-109,-9,-80,'
-                             "13,29\n\nOK\n",
+    'AT+QENG="servingcell"': '\n+QENG: "servingcell","NOCONN","LTE","FDD",262,02,1A2D003,193,1250,3,5,5,7B21,-109,-9,'
+                             "-80,13,29\n\nOK\n",
     "AT+QGPSLOC=2": "\n+QGPSLOC: 061951.0,52.52001,13.40495,1.1,34.0,3,0.0,0.0,0.0,211126,08\n\nOK\n",
     "AT+QMAC": "\nwlan: 3C:84:6A:12:9f:e1\n\nOK\n",
     "AT+CMGL=4": f"\n+CMGL: 1,0,,30\n0791947122723033040B91{NUMBER}0000\n\nOK\n",
