@@ -1,6 +1,7 @@
 # What is installed on a router, by component: "modem" (the command, the plug-in, their configuration), "rpcd" (the
-# endpoints on the message bus) and "web" (the status page). `DESTDIR=ROOT cmake --install BUILD` puts all of them below
-# ROOT; the prefix is /usr. The programs are installed as they are built; the packager strips them.
+# endpoints on the message bus), "web" (the status page) and "doc" (manual pages, completion). `DESTDIR=ROOT cmake
+# --install BUILD` puts all of them below ROOT; the prefix is /usr. The programs are installed as they are built; the
+# packager strips them.
 
 set(files openwrt/vela-modem/files)
 
@@ -30,3 +31,10 @@ install(CODE "
 if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/www/index.html)
     install(DIRECTORY www/ DESTINATION /www/vela_modem COMPONENT web)
 endif()
+
+install(FILES man/vela_modem.8 man/vela_api.8 DESTINATION share/man/man8 COMPONENT doc)
+# The shell looks for a program's completion under its name; one file has both.
+foreach(program vela_modem vela_api)
+    install(FILES completion/vela_modem.bash DESTINATION share/bash-completion/completions RENAME ${program}
+        COMPONENT doc)
+endforeach()

@@ -162,9 +162,16 @@ def keys_of(reply: object, inside: str = "") -> Iterator[str]:
             yield from keys_of(value, f"{inside}{key}.")
 
 
+def resolved(part: dict) -> dict:
+    """A schema, or the one that it refers to."""
+    for one in part.get("allOf", [part]):
+        if "$ref" in one:
+            return DOCUMENT["components"]["schemas"][one["$ref"].rpartition("/")[2]]
+    return part
+
+
 def described_keys(part: dict, inside: str = "") -> Iterator[str]:
-    if "$ref" in part:
-        part = DOCUMENT["components"]["schemas"][part["$ref"].rpartition("/")[2]]
+    part = resolved(part)
     if "items" in part:
         yield from described_keys(part["items"], inside)
     for key, value in part.get("properties", {}).items():
@@ -196,6 +203,16 @@ def test_the_document_has_the_endpoints_of_the_table_in_their_order(router):
     assert list(OPERATIONS) == [tuple(line.split()) for line in table.splitlines()]
     names = [operation["operationId"] for operation in OPERATIONS.values()]
     assert names == [path.removeprefix("/modem/").replace("/", "_") for _, path in OPERATIONS]
+
+
+def test_the_arguments_on_the_message_bus_are_those_of_the_document(router):
+    listed = json.loads(router("ec25", ubus=False).run("vela_api", "rpcd", "list").stdout)
+    kinds = {"": "string", 32: "integer", False: "boolean"}
+    arguments = {method: {name: kinds[kind] for name, kind in each.items()} for method, each in listed.items()}
+    described = {operation["operationId"]: {name: resolved(part)["type"] for name, part
+                                            in body_of(*endpoint).get("properties", {}).items()}
+                 for endpoint, operation in OPERATIONS.items()}
+    assert arguments == described
 
 
 def test_the_document_is_well_formed():

@@ -38,6 +38,12 @@ PACKAGES = {
         f"/www/vela_modem/{path.relative_to(SOURCE / 'www')}": (0o644, path)
         for path in sorted((SOURCE / "www").rglob("*")) if path.is_file()
     },
+    "vela-modem-doc": {
+        "/usr/share/man/man8/vela_modem.8": (0o644, SOURCE / "man/vela_modem.8"),
+        "/usr/share/man/man8/vela_api.8": (0o644, SOURCE / "man/vela_api.8"),
+        "/usr/share/bash-completion/completions/vela_modem": (0o644, SOURCE / "completion/vela_modem.bash"),
+        "/usr/share/bash-completion/completions/vela_api": (0o644, SOURCE / "completion/vela_modem.bash"),
+    },
 }
 DEFAULTS = "/etc/uci-defaults/vela-modem"
 
@@ -107,6 +113,7 @@ def test_the_packages_depend_on_the_libraries_that_the_programs_may_need(feed):
         "vela-modem": ["+libjson-c", "+libuci", "+libubus", "+libubox", "+libblobmsg-json"],
         "vela-modem-rpcd": ["+vela-modem", "+rpcd", "+libjson-c"],
         "vela-modem-web": ["+vela-modem-rpcd", "+uhttpd-mod-ubus"],
+        "vela-modem-doc": ["+vela-modem"],
     }
 
 
