@@ -3,10 +3,13 @@
 
 #include <cstring>
 
+#include "modem/discovery.h"
 #include "platform/json.h"
 #include "platform/shell.h"
 
 int32_t pick_row(json_object *request, const ModemModel **row) {
+    // The tree of sysfs may have changed since the last request.
+    modem_forget_device();
     if (!vjson_contain_key(request, "modem_id")) {
         return API_PARAMETER_MISSING;
     }
@@ -37,6 +40,7 @@ int32_t pick_modem_on_bus(json_object *request, ModemModel *model) {
 }
 
 const char *requested_bus(json_object *request) {
+    modem_forget_device();
     const char *bus = vjson_get_string(request, "bus");
     return bus != nullptr ? bus : "1-1.2";
 }

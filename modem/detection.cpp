@@ -77,7 +77,7 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
         return out;
     }
     if (device.row == nullptr) {
-        return detect_unknow_modem(out, report, bus);
+        return take_unknow_modem(out, report, bus, device.directory);
     }
     if (report_ports(report, device.directory) < 1) {
         return no_ports(out);
@@ -99,7 +99,11 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
 ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char *bus) {
     char device[SYSFS_PATH_SIZE] = {};
     modem_find_device(bus, device);
-    if (report_ports(report, device) < 1) {
+    return take_unknow_modem(out, report, bus, device);
+}
+
+ModemModel *take_unknow_modem(ModemModel *out, json_object *report, const char *bus, const char *device_directory) {
+    if (report_ports(report, device_directory) < 1) {
         return no_ports(out);
     }
     *out = *modem_list_find_id(modem_head, MODEM_ID_UNKNOWN);

@@ -72,10 +72,51 @@ Visit match_node_of_name(const char *directory, const char *name, void *context)
     return Visit::FOUND_LEAVE;
 }
 
+// The directory of the device that was found last; empty while there is none. One operation asks several things of one
+// device, and what it asks later is below this directory.
+char known_device[SYSFS_PATH_SIZE];
+
+// A search from the top opens the device's own directory and one of an interface's besides what led to the device. Where
+// that would be too many only the search itself can say so.
+constexpr int32_t MOST_BEFORE_KNOWN_DEVICE = MOST_DIRECTORIES - 2;
+
+// `path` is that of the directory called `node`, found by opening `opened` directories.
+void keep_known_device(std::string_view node, std::string_view path, int32_t opened) {
+    if (contains(node, ":")) {
+        path = text_before(path, path.rfind('/')); // an interface stands in its device's directory
+    }
+    if (opened <= MOST_BEFORE_KNOWN_DEVICE) {
+        text_copy(known_device, path);
+    }
+}
+
 // The directory of a device or interface by its name, into `path`.
 bool find_node(const char *node, std::span<char> path) {
     int32_t counter = 0;
-    return node != nullptr && modem_search_bus(DEVICES, node, path, &counter) >= 1;
+    modem_forget_device();
+    if (node == nullptr || modem_search_bus(DEVICES, node, path, &counter) < 1) {
+        return false;
+    }
+    keep_known_device(node, path.data(), counter);
+    return true;
+}
+
+// The same where it is the known device, or in its directory. Whether it is still there is seen when it is opened.
+bool find_known_node(const char *node, std::span<char> path) {
+    const std::string_view device = known_device;
+    if (node == nullptr || device.empty() || is_usb_node(node) == 0) {
+        return false;
+    }
+    const std::string_view name = node;
+    const std::string_view bus = text_before(name, name.find(':'));
+    if (bus != text_from(device, device.rfind('/') + 1)) {
+        return false;
+    }
+    text_format(path, "%s", known_device);
+    if (bus != name) {
+        text_format(path, "%s/%s", known_device, node);
+    }
+    return true;
 }
 
 // --- Device nodes below a directory ---
@@ -130,6 +171,13 @@ int search_below(const char *directory, VisitDirectory visit, void *context) {
 // The same for the directory of a device or interface, found by its name.
 int search_below_node(const char *node, VisitDirectory visit, void *context) {
     char directory[SYSFS_PATH_SIZE] = {};
+    if (find_known_node(node, directory)) {
+        int32_t counter = 0;
+        const int found = walk_directories(directory, &counter, visit, context);
+        if (found >= 0) {
+            return found > 0 ? found : -1;
+        }
+    }
     return find_node(node, directory) ? search_below(directory, visit, context) : -1;
 }
 
@@ -182,6 +230,10 @@ template <typename ReadId> int read_both_ids(ReadId read, uint32_t *vid, uint32_
 }
 
 } // namespace
+
+void modem_forget_device() {
+    known_device[0] = '\0';
+}
 
 int modem_search_bus(const char *directory, const char *name, std::span<char> out, int32_t *counter) {
     NameSearch search = {name, out, false};

@@ -30,8 +30,15 @@ int modem_get_usb_id(const char *bus, uint32_t *vid, uint32_t *pid);
 // none below a USB node, -1 on failure.
 int modem_search_usb_node(const char *directory, const char *name, std::span<char> out, int32_t *counter);
 
-// The operations below look the device on the bus up first. Detection, which asks several things of one device, looks
-// it up once and uses the variants that take its directory.
+// The operations below look the device on the bus up first: from the top, or, once that has been done, where the device
+// was found last. Only where it is not there any more is it looked for again. What may have changed without the device
+// leaving its place, its ttys above all, is always read from sysfs.
+
+// Lets the next operation look from the top again. Whoever serves several requests in one process begins each so.
+void modem_forget_device();
+
+// Detection, which asks several things of one device, looks
+// it up once, always from the top, and uses the variants that take its directory.
 
 // The directory of the device on the bus into `directory` (SYSFS_PATH_SIZE bytes). Returns 0 or -1.
 int modem_find_device(const char *bus, std::span<char> directory);

@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr int32_t MOST_DIRECTORIES = 1000;
 constexpr int FAILED = -1;
 
 bool is_dot_entry(std::string_view name) {
@@ -26,9 +25,12 @@ bool is_dot_entry(std::string_view name) {
 // every directory of the tree, and opendir(3) would add a stat and a heap buffer of 32 KiB to each.
 class Entries {
 public:
-    explicit Entries(const char *path) : directory_(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    // A directory by its path, or by its name in one that is open.
+    Entries(const Entries *parent, const char *name)
+        : directory_(parent == nullptr ? open(name, FLAGS) : openat(parent->directory_.get(), name, FLAGS)) {}
 
     bool opened() const { return directory_.valid(); }
+    int descriptor() const { return directory_.get(); }
 
     struct Entry {
         const char *name;
@@ -50,6 +52,8 @@ public:
     }
 
 private:
+    static constexpr int FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
     // struct linux_dirent64 of getdents64(2).
     struct Record {
         uint64_t inode;
@@ -80,20 +84,24 @@ public:
         text_copy(path_, start);
     }
 
-    // Walks the directory that path_ names; returns what was found in it and below, or FAILED.
-    int directory() {
+    int start() { return directory(nullptr, path_); }
+
+private:
+    // Walks the directory that path_ names, `name` in `parent`; returns what was found in it and below, or FAILED. The
+    // kernel then looks up one name for each, and not the whole path from the root on.
+    int directory(const Entries *parent, const char *name) {
         if (*counter_ >= MOST_DIRECTORIES) {
             return FAILED;
         }
         ++*counter_;
-        Entries entries(path_);
+        Entries entries(parent, name);
         if (!entries.opened()) {
             return FAILED;
         }
         int found = 0;
         Entries::Entry entry;
         while (entries.next(&entry)) {
-            if (is_dot_entry(entry.name) || !is_directory(entry)) {
+            if (is_dot_entry(entry.name) || !is_directory(entries, entry)) {
                 continue;
             }
             switch (visit_(path_, entry.name, context_)) {
@@ -110,7 +118,7 @@ public:
             case Visit::DESCEND:
                 break;
             }
-            const int below = subdirectory(entry.name);
+            const int below = subdirectory(entries, entry.name);
             if (below == FAILED) {
                 return FAILED;
             }
@@ -122,34 +130,24 @@ public:
         return found;
     }
 
-private:
-    int subdirectory(const char *name) {
+    int subdirectory(const Entries &entries, const char *name) {
         const size_t length_before = length_;
-        append(name);
-        const int found = directory();
+        text_copy(std::span(path_).subspan(length_), "/");
+        text_copy(std::span(path_).subspan(length_ + 1), name);
+        length_ += 1 + strlen(name);
+        const int found = directory(&entries, name);
         length_ = length_before;
         path_[length_] = '\0';
         return found;
     }
 
-    void append(const char *name) {
-        text_copy(std::span(path_).subspan(length_), "/");
-        text_copy(std::span(path_).subspan(length_ + 1), name);
-        length_ += 1 + strlen(name);
-    }
-
-    bool is_directory(const Entries::Entry &entry) {
+    static bool is_directory(const Entries &entries, const Entries::Entry &entry) {
         if (entry.type != DT_UNKNOWN) {
             return entry.type == DT_DIR;
         }
         // Some file systems leave the type out.
-        const size_t length_before = length_;
-        append(entry.name);
         struct stat status;
-        const bool result = lstat(path_, &status) == 0 && S_ISDIR(status.st_mode);
-        length_ = length_before;
-        path_[length_] = '\0';
-        return result;
+        return fstatat(entries.descriptor(), entry.name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
     }
 
     int32_t *counter_;
@@ -163,5 +161,5 @@ private:
 } // namespace
 
 int walk_directories(const char *start, int32_t *counter, VisitDirectory visit, void *context) {
-    return Walk(start, counter, visit, context).directory();
+    return Walk(start, counter, visit, context).start();
 }

@@ -7,6 +7,9 @@
 // Room for the longest path that a walk may meet.
 constexpr int SYSFS_PATH_SIZE = 512;
 
+// How many directories one walk may open.
+constexpr int32_t MOST_DIRECTORIES = 1000;
+
 // What a search does at a directory entry that is itself a directory.
 enum class Visit {
     DESCEND,       // nothing found: go into it
@@ -20,6 +23,6 @@ enum class Visit {
 using VisitDirectory = Visit (*)(const char *directory, const char *name, void *context);
 
 // Walks the tree under `start`; symbolic links are not followed. `counter` counts the directories opened, from the
-// caller's start value on. Returns the number of entries found, or -1 when more than 1000 directories would be opened
+// caller's start value on. Returns the number of entries found, or -1 when more than MOST_DIRECTORIES would be opened
 // or one cannot be. Aborts where a path does not fit SYSFS_PATH_SIZE.
 int walk_directories(const char *start, int32_t *counter, VisitDirectory visit, void *context);

@@ -457,6 +457,12 @@ int __wrap_open(const char *path, int flags, ...) {
     return opened_as(Kind::FILE, __real_open(real, flags, mode));
 }
 
+// By a name in a directory that is open, and so of the machine played here already.
+int __real_openat(int directory, const char *name, int flags, ...);
+int __wrap_openat(int directory, const char *name, int flags, ...) {
+    return fails(Call::OPEN) ? -1 : __real_openat(directory, name, flags);
+}
+
 int __real_close(int fd);
 int __wrap_close(int fd) {
     const bool tty = kind_of(fd) == Kind::TTY;
@@ -525,11 +531,6 @@ int __wrap_mkdir(const char *path, mode_t mode) {
 int __real_stat(const char *path, struct stat *status);
 int __wrap_stat(const char *path, struct stat *status) {
     return __real_stat(current != nullptr ? real_path(path) : path, status);
-}
-
-int __real_lstat(const char *path, struct stat *status);
-int __wrap_lstat(const char *path, struct stat *status) {
-    return __real_lstat(current != nullptr ? real_path(path) : path, status);
 }
 
 char *__real_realpath(const char *path, char *resolved);
