@@ -10,7 +10,8 @@ from typing import Callable, Iterable, Iterator
 
 import pytest
 
-sys.path[:0] = [str(Path(__file__).resolve().parents[2] / "sim"), str(Path(__file__).resolve().parents[1] / "soak")]
+TESTS = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(TESTS.parent / "sim"), str(TESTS / "soak"), str(TESTS / "footprint")]
 
 from velasim import Router  # noqa: E402  (found through the line above)
 
@@ -69,6 +70,7 @@ def tally(request: pytest.FixtureRequest) -> Callable[[str, object, Iterable[tup
 
 
 def pytest_terminal_summary(terminalreporter: object) -> None:
+    show_tables(terminalreporter)
     table: dict[str, list] = {}
     for outcome in ("passed", "failed"):
         for report in terminalreporter.stats.get(outcome, []):
@@ -83,6 +85,15 @@ def pytest_terminal_summary(terminalreporter: object) -> None:
         terminalreporter.section("runs in which something failed")
     for kind, [runs, wrong, cases] in sorted(table.items()):
         terminalreporter.line(f"{kind}: {runs} runs of {len(cases)} commands and endpoints, {wrong} of them wrong")
+
+
+def show_tables(terminalreporter: object) -> None:
+    """What tests have recorded as "table": a title, and lines."""
+    for outcome in ("passed", "failed"):
+        for report in terminalreporter.stats.get(outcome, []):
+            for title, lines in [value for name, value in report.user_properties if name == "table"]:
+                terminalreporter.section(title)
+                terminalreporter.write("\n".join(lines) + "\n")
 
 
 @pytest.fixture

@@ -7,13 +7,13 @@ import subprocess
 from pathlib import Path
 
 import pytest
+import size_report
 
 pytestmark = pytest.mark.shipped
 
 SOURCE = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("VELA_BUILD") or SOURCE / "build").resolve()
 PROGRAM, PLUGIN = BUILD / "vela_modem", BUILD / "vela_modem.so"
-LARGEST = 128 * 1024
 # json-c and the C library; where the router's own libraries are there, those.
 ALLOWED = re.compile(r"(libjson-c|libc|libuci|libubus|libubox|libblobmsg_json)\.so(\.\d+)*")
 # What the linker and the C library's start files make of any program.
@@ -53,11 +53,26 @@ def test_the_program_exports_the_entry_too_and_nothing_else_of_its_own():
 
 
 @both
-def test_stripped_it_has_at_most_128_kilobytes(file, tmp_path):
-    copy = tmp_path / file.name
-    shutil.copy(file, copy)
-    output("strip", "--strip-all", copy)
-    assert copy.stat().st_size <= LARGEST
+def test_stripped_it_keeps_to_its_budgets(file, record_property):
+    record_property("table", (f"what the sources add to {file.name}", size_report.table(file)))
+    assert size_report.excesses(file) == []
+
+
+@both
+def test_the_size_report_accounts_for_every_byte(file):
+    sizes = size_report.report(file)
+    assert sizes.total() == size_report.stripped_size(file)
+    # What the sources define outweighs what no source can be named for.
+    assert min(sizes.values()) > 0 and sizes["elsewhere"] < 2000
+    assert sum(size for source, size in sizes.items() if source.endswith((".cpp", ".c"))) > sizes.total() / 2
+
+
+@pytest.mark.parametrize("budget", ["WHOLE_FILE", "DIRECTORIES"])
+def test_a_budget_that_is_exceeded_is_reported(monkeypatch, budget):
+    small = 1000 if budget == "WHOLE_FILE" else {**size_report.DIRECTORIES, "vendor": 1000}
+    monkeypatch.setattr(size_report, budget, small)
+    [excess] = size_report.excesses(PROGRAM)
+    assert excess.endswith("too many") and ("vendor" in excess) == (budget == "DIRECTORIES")
 
 
 @both
