@@ -5,7 +5,9 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-DATABASE_SIZES = (50, 5000)
+from tables import Table, ratio
+
+DATABASE_SIZES = (10, 100, 1000, 10_000)
 ENTRIES_A_NETWORK = 5
 SCRIPT_PREFIX = b"var vela_apn_database = "  # 24 bytes, as many as the file's reader skips
 
@@ -25,9 +27,8 @@ def database(size: int) -> tuple[bytes, tuple[str, str]]:
 
 def bench_apn_lookup(build: Path) -> None:
     assert len(SCRIPT_PREFIX) == 24
-    print(f"\nAPN lookup, CPU time ({ENTRIES_A_NETWORK} entries are found in each)")
-    print(f"{'entries':>10}{'file bytes':>12}{'read us':>12}{'an entry ns':>13}{'ratio':>8}{'find us':>10}"
-          f"{'an entry ns':>13}{'ratio':>8}")
+    table = Table("apn", f"APN lookup, CPU time ({ENTRIES_A_NETWORK} entries are found in each)", "entries",
+                  "file bytes", "reading us", "ns an entry", "ratio", "finding us", "ns an entry", "ratio")
     previous = None
     for size in DATABASE_SIZES:
         with tempfile.NamedTemporaryFile() as file:
@@ -40,7 +41,7 @@ def bench_apn_lookup(build: Path) -> None:
         if int(found) != ENTRIES_A_NETWORK:
             raise SystemExit(f"{found} entries were found in a database of {size}")
         each = [float(read) / size, float(find) / size]
-        ratios = ["" if previous is None else f"{now / before:.2f}" for now, before in zip(each, previous or each)]
-        print(f"{size:10d}{len(text):12d}{float(read) / 1000:12.1f}{each[0]:13.1f}{ratios[0]:>8}"
-              f"{float(find) / 1000:10.2f}{each[1]:13.1f}{ratios[1]:>8}")
+        ratios = [ratio(now, before) for now, before in zip(each, previous or (None, None))]
+        table.row(f"{size:,}", f"{len(text):,}", f"{float(read) / 1000:.1f}", f"{each[0]:.1f}", ratios[0],
+                  f"{float(find) / 1000:.2f}", f"{each[1]:.1f}", ratios[1])
         previous = each

@@ -7,8 +7,9 @@ of the shell commands (the firewall's zone) count too. What a change must cost i
 import re
 from pathlib import Path
 
-from meters import TRACE, Router, install, measure, median
-from status_block import FORKS, SETTLE_MS, count_effects
+from meters import FORKS, TRACE, Router, install, measure, median
+from status_block import SETTLE_MS, count_effects
+from tables import Table, ratio
 
 REQUEST = '{"modem_id":3,"device":"/dev/cdc-wdm0","service":"fdd_lte","apn":"internet","operator":"Visible"}'
 COMMAND = ["vela_api", "post", "/modem/set", REQUEST]
@@ -20,9 +21,8 @@ SYNC = re.compile(r"^\d+ +(?:fsync|fdatasync|sync|syncfs)\(", re.MULTILINE)
 
 
 def bench_connection(build: Path, runs: int) -> None:
-    print(f"\n/modem/set on an EC25, the first request and the median of {runs} more")
-    print(f"{'':12}{'wall ms':>10}{'floor ms':>10}{'ratio':>8}{'CPU ms':>10}{'exchanges':>11}{'ubus calls':>12}"
-          f"{'forks':>8}{'programs':>10}{'commits':>9}{'syncs':>7}")
+    table = Table("set", f"/modem/set on an EC25, the first request and the median of {runs} more", "", "wall ms",
+                  "floor ms", "ratio", "CPU ms", "exchanges", "ubus calls", "forks", "programs", "commits", "syncs")
     for request in ("first", "later"):
         with Router("ec25", build=build, ubus=UBUS, files=FILES) as router:
             install(router, build, "measure")
@@ -38,7 +38,6 @@ def bench_connection(build: Path, runs: int) -> None:
         floor = LINK_WAIT_MS + kinds.count("at") * SETTLE_MS
         forks = sum(calls.count(call) for call in FORKS)
         # The first program is the traced one itself.
-        print(f"{request:12}{cost.wall / 1000:10.2f}{floor:10d}{cost.wall / 1000 / floor:8.2f}{cost.cpu / 1000:10.2f}"
-              f"{kinds.count('at'):11d}{kinds.count('ubus'):12d}{forks:8d}{calls.count('execve') - 1:10d}"
-              f"{len(COMMIT.findall(trace)):9d}{len(SYNC.findall(trace)):7d}")
-        print(f"{'':12}committed: {', '.join(COMMIT.findall(trace))}")
+        table.row(request, f"{cost.wall / 1000:.2f}", floor, ratio(cost.wall / 1000, floor), f"{cost.cpu / 1000:.2f}",
+                  kinds.count("at"), kinds.count("ubus"), forks, calls.count("execve") - 1,
+                  f"{len(COMMIT.findall(trace))} ({', '.join(COMMIT.findall(trace))})", len(SYNC.findall(trace)))

@@ -6,8 +6,9 @@ after a start asks for those too. Where the time above the floor goes is told by
 
 from pathlib import Path
 
-from meters import Router, install, measure, median
-from status_block import FORKS, SETTLE_MS, count_effects
+from meters import FORKS, Router, install, measure, median
+from status_block import SETTLE_MS, count_effects
+from tables import Table, ratio
 
 MODEMS = {"1-1.2": "ec25", "2-1.2": "ep06", "1-1.3": "eg91"}
 COMMAND = ["vela_api", "get", "/modem/info"]
@@ -24,9 +25,8 @@ def name(bus: str) -> str:
 
 
 def bench_information(build: Path, runs: int) -> None:
-    print(f"\n/modem/info, the first request and the median of {runs} more")
-    print(f"{'':16}{'wall ms':>10}{'floor ms':>10}{'ratio':>8}{'CPU ms':>10}{'exchanges':>11}{'ubus calls':>12}"
-          f"{'forks':>8}{'programs':>10}")
+    table = Table("info", f"/modem/info, the first request and the median of {runs} more", "", "wall ms", "floor ms",
+                  "ratio", "CPU ms", "exchanges", "ubus calls", "forks", "programs")
     for count in range(1, len(MODEMS) + 1):
         modems = dict(list(MODEMS.items())[:count])
         uci = configuration(list(modems))
@@ -46,6 +46,6 @@ def bench_information(build: Path, runs: int) -> None:
             floor = exchanges * SETTLE_MS
             forks = sum(calls.count(call) for call in FORKS)
             # The first program is the traced one itself.
-            print(f"{count} modem{'s'[:count > 1]}, {request:6}{cost.wall / 1000:10.2f}{floor:10d}"
-                  f"{cost.wall / 1000 / floor:8.2f}{cost.cpu / 1000:10.2f}{exchanges:11d}{kinds.count('ubus'):12d}"
-                  f"{forks:8d}{calls.count('execve') - 1:10d}")
+            table.row(f"{count} modem{'s'[:count > 1]}, {request}", f"{cost.wall / 1000:.2f}", floor,
+                      ratio(cost.wall / 1000, floor), f"{cost.cpu / 1000:.2f}", exchanges, kinds.count("ubus"), forks,
+                      calls.count("execve") - 1)

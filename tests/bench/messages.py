@@ -10,11 +10,12 @@ import statistics
 from pathlib import Path
 
 from meters import Router, install, instructions, measure, system_calls
+from tables import Table, ratio
 
 INCOMING = "/etc/spool/sms/incoming"
 STORAGE = "/etc/spool/sms/storage"
 LIST = ["vela_api", "get", "/modem/sms/list", '{"modem_id":3}']
-RUNS = {10: 100, 1000: 40, 10000: 7}  # of each size; the fewer the messages, the smaller the difference
+RUNS = {10: 60, 100: 40, 1000: 20, 10000: 7}  # of each size; the fewer the messages, the smaller the difference
 ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
 
 MESSAGE = """From: 900000000017
@@ -72,16 +73,15 @@ def cpu_of_messages(empty: Router, full: Router, runs: int) -> tuple[float | Non
     return difference if difference > spread(without) else None, statistics.median(cost.peak for cost in listed)
 
 
-def column(now: float | None, before: float | None, form: str) -> str:
+def column(now: float | None, before: float | None, form: str) -> tuple[str, str]:
     """A figure and its ratio to the one above it."""
-    ratio = f"{now / before:.2f}" if now and before else ""
-    return f"{'noise' if now is None else format(now, form):>14}{ratio:>8}"
+    return "noise" if now is None else format(now, form), ratio(now, before) if now else ""
 
 
 def bench_messages(build: Path) -> None:
-    print("\nList of text messages (/modem/sms/list): cost of a message, that of an empty list subtracted")
-    print(f"{'messages':>10}{'CPU us':>14}{'ratio':>8}{'instructions':>14}{'ratio':>8}{'system calls':>14}{'ratio':>8}"
-          f"{'peak KiB':>10}")
+    table = Table("messages", "List of text messages (/modem/sms/list): cost of a message, that of an empty list "
+                  "subtracted", "messages", "CPU us", "ratio", "instructions", "ratio", "system calls", "ratio",
+                  "peak KiB")
     with make_router(build) as empty, make_router(build) as full:
         base = (instructions(empty, LIST), len(system_calls(empty, LIST)))
         before: list[float | None] = [None, None, None]
@@ -92,6 +92,6 @@ def bench_messages(build: Path) -> None:
             cpu, peak = cpu_of_messages(empty, full, runs)
             each = [cpu and cpu / size, (instructions(full, LIST) - base[0]) / size,
                     (len(system_calls(full, LIST)) - base[1]) / size]
-            columns = (column(now, old, form) for now, old, form in zip(each, before, (".2f", ".0f", ".2f")))
-            print(f"{size:10d}{''.join(columns)}{peak:10.0f}")
+            columns = [column(now, old, form) for now, old, form in zip(each, before, (".2f", ",.0f", ".2f"))]
+            table.row(f"{size:,}", *sum(columns, ()), f"{peak:,.0f}")
             before = each

@@ -1,9 +1,10 @@
 // The least that one AT exchange can cost: open the tty, lock it, let it settle, write the command, read up to "OK",
 // close. The yardstick of `./run bench`; it is linked with the libraries of vela_modem so that loading costs the same.
 //
-//   minimal_at DEVICE COMMAND
+//   minimal_at DEVICE COMMAND SETTLE_MS
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -11,8 +12,8 @@
 #include <unistd.h>
 
 int main(int argc, char **argv) {
-    if (argc != 3) {
-        fputs("Usage: minimal_at DEVICE COMMAND\n", stderr);
+    if (argc != 4) {
+        fputs("Usage: minimal_at DEVICE COMMAND SETTLE_MS\n", stderr);
         return 2;
     }
     const int fd = open(argv[1], O_RDWR | O_NOCTTY | O_NONBLOCK);
@@ -28,7 +29,10 @@ int main(int argc, char **argv) {
     raw.c_cc[VMIN] = 0;
     raw.c_cc[VTIME] = 5;
     tcsetattr(fd, TCSANOW, &raw);
-    usleep(50 * 1000);
+    const useconds_t settle_ms = (useconds_t)strtoul(argv[3], NULL, 10);
+    if (settle_ms > 0) {
+        usleep(settle_ms * 1000);
+    }
     tcflush(fd, TCIOFLUSH);
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
         perror("flock");

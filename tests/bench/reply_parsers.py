@@ -5,6 +5,7 @@ import tempfile
 from pathlib import Path
 
 from meters import ROOT
+from tables import Table
 
 REPLIES = ROOT / "tests/replies"
 ANY = ()
@@ -56,8 +57,8 @@ def time_reader(build: Path, name: str, reply: bytes) -> tuple[float, bool]:
     return float(nanoseconds), found == "1"
 
 
-def print_row(label: str, reply: bytes, nanoseconds: float, found: bool) -> None:
-    print(f"{label:34}{len(reply):12d}{nanoseconds / 1000:12.3f}{'yes' if found else 'nothing':>9}")
+def add_row(table: Table, label: str, reply: bytes, nanoseconds: float, found: bool) -> None:
+    table.row(label, len(reply), f"{nanoseconds / 1000:.3f}", "yes" if found else "nothing")
 
 
 def reworded(name: str, reply: bytes) -> bytes:
@@ -69,19 +70,19 @@ def reworded(name: str, reply: bytes) -> bytes:
 def bench_reply_parsers(build: Path) -> None:
     """A reply of which nothing is taken says little of what reading costs: then the longest that is read comes next."""
     replies = recorded_replies()
-    print("\nReaders of replies, each on the longest recorded reply to its command, CPU time")
-    print(f"{'':34}{'reply bytes':>12}{'us a reply':>12}{'read':>9}")
+    table = Table("readers", "Readers of replies, each on the longest recorded reply to its command, CPU time",
+                  "reader", "reply bytes", "us a reply", "read")
     for name, commands in PARSERS.items():
         known = {command.upper() for command in commands}
         fitting = sorted({reply for command, reply in replies if not known or command in known}, key=len, reverse=True)
         for index, reply in enumerate(fitting):
             nanoseconds, found = time_reader(build, name, reply)
             if index == 0 or found:
-                print_row(name, reply, nanoseconds, found)
+                add_row(table, f"`{name}`", reply, nanoseconds, found)
             if found:
                 break
         else:
             if name in REWORDED:
                 reply = reworded(name, fitting[0])
                 nanoseconds, found = time_reader(build, name, reply)
-                print_row(f"{name} (reworded)", reply, nanoseconds, found)
+                add_row(table, f"`{name}` (reworded)", reply, nanoseconds, found)

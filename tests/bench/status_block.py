@@ -6,12 +6,12 @@ the rest goes is told by what else it starts: processes, and calls on the bus.
 
 from pathlib import Path
 
-from meters import Router, install, measure, median, system_calls
+from meters import FORKS, Router, install, measure, median, system_calls
+from tables import Table, ratio
 
 BUS = "1-1.2"
 INTERFACE = "modem_1_1_2"
 SETTLE_MS = 50
-FORKS = ("fork", "vfork", "clone", "clone3")
 # A connected modem, so that the block has all its parts; the loopback device stands for the modem's.
 UCI = {"network": f"config interface '{INTERFACE}'\n\toption proto 'qmi'\n"}
 UBUS = {"interfaces": {INTERFACE: {"state": "up", "l3_device": "lo"}}}
@@ -21,9 +21,8 @@ def bench_status(build: Path, runs: int) -> None:
     command = [str(build / "tests/router/probe"), "status", BUS]
     with Router("ec25", build=build, uci=UCI, ubus=UBUS, net=True) as router:
         install(router, build, "measure")
-        print(f"\nStatus block of an EC25 (with detection), the first run and the median of {runs} more")
-        print(f"{'':12}{'wall ms':>10}{'floor ms':>10}{'ratio':>8}{'CPU ms':>10}{'exchanges':>11}{'ubus calls':>12}"
-              f"{'forks':>8}{'programs':>10}")
+        table = Table("status", f"Status block of an EC25 (with detection), the first run and the median of {runs} "
+                      "more", "", "wall ms", "floor ms", "ratio", "CPU ms", "exchanges", "ubus calls", "forks", "programs")
         # The counts of a first run are another first run's: tracing would disturb the times.
         for name, count in (("first run", 1), ("later run", runs)):
             cost = median([measure(router, command) for _ in range(count)])
@@ -34,11 +33,10 @@ def bench_status(build: Path, runs: int) -> None:
                 kinds, calls = count_effects(router, command)
             exchanges = kinds.count("at")
             floor = exchanges * SETTLE_MS
-            ratio = f"{cost.wall / 1000 / floor:.2f}" if floor else "-"
             forks = sum(calls.count(call) for call in FORKS)
             # The first program is the traced one itself.
-            print(f"{name:12}{cost.wall / 1000:10.2f}{floor:10d}{ratio:>8}{cost.cpu / 1000:10.2f}{exchanges:11d}"
-                  f"{kinds.count('ubus'):12d}{forks:8d}{calls.count('execve') - 1:10d}")
+            table.row(name, f"{cost.wall / 1000:.2f}", floor, ratio(cost.wall / 1000, floor), f"{cost.cpu / 1000:.2f}",
+                      exchanges, kinds.count("ubus"), forks, calls.count("execve") - 1)
 
 
 def count_effects(router: Router, command: list[str]) -> tuple[list[str], list[str]]:
