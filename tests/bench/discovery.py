@@ -39,11 +39,13 @@ def bench_discovery(build: Path, runs: int) -> None:
         for size, router in routers.items():
             cost, calls = median([costs[size] for costs in rounds]), calls_of(router, COMMAND)
             count = instructions(router, COMMAND)
-            more = f"{(count - before[0]) / (calls.directories - before[1]):.0f}" if before else ""
+            more = ""
+            if before and before[0] == TREES[size]:
+                more = f"{(count - before[1]) / (calls.directories - before[2]):.0f}"
             table.row(f"{sysfs_directories(router):,}", f"{calls.directories:,}", f"{cost.wall / 1000:.2f}",
                       f"{cost.cpu / 1000:.2f}", f"{count:,}", f"{len(calls.names):,}", f"{calls.walking:,}",
                       ratio(calls.walking, calls.directories), more)
-            before = (count, calls.directories)
+            before = (TREES[size], count, calls.directories)
     finally:
         for router in routers.values():
             router.close()

@@ -21,8 +21,9 @@ def bench_status(build: Path, runs: int) -> None:
     command = [str(build / "tests/router/probe"), "status", BUS]
     with Router("ec25", build=build, uci=UCI, ubus=UBUS, net=True) as router:
         install(router, build, "measure")
-        table = Table("status", f"Status block of an EC25 (with detection), the first run and the median of {runs} "
-                      "more", "", "wall ms", "floor ms", "ratio", "CPU ms", "exchanges", "ubus calls", "forks", "programs")
+        title = f"Status block of an EC25 (with detection), the first run and the median of {runs} more"
+        table = Table("status", title, "", "wall ms", "floor ms", "ratio", "CPU ms", "exchanges", "ubus calls", "forks",
+                      "programs")
         # The counts of a first run are another first run's: tracing would disturb the times.
         for name, count in (("first run", 1), ("later run", runs)):
             cost = median([measure(router, command) for _ in range(count)])
