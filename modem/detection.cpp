@@ -19,17 +19,11 @@ namespace {
 constexpr size_t REPORTED_PORT_SIZE = 30;
 
 // Reports the device paths of all ports of the device under "ports"; returns how many there are.
-int report_ports(json_object *report, const char *device_directory) {
+int report_ports(json_object *report, const char *device_directory, std::span<const InterfacePort> wanted = {}) {
     Json ports(json_object_new_array());
-    const int found = modem_list_ports(device_directory, ports.get());
+    const int found = modem_list_ports(device_directory, ports.get(), wanted);
     vjson_add_object(report, "ports", ports.release());
     return found;
-}
-
-void report_port(json_object *report, const char *key, const char *device_directory, const char *bus, int number) {
-    char path[REPORTED_PORT_SIZE] = {};
-    modem_find_port(device_directory, bus, number, path);
-    vjson_add_string(report, key, path);
 }
 
 // Only the halvor's second modem slot knows the hardware variant; everywhere else the keys are there and empty.
@@ -79,16 +73,24 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
     if (device.row == nullptr) {
         return take_unknow_modem(out, report, bus, device.directory);
     }
-    if (report_ports(report, device.directory) < 1) {
+    char data_port[REPORTED_PORT_SIZE] = {};
+    char control_port[REPORTED_PORT_SIZE] = {};
+    char qmi_port[REPORTED_PORT_SIZE] = {};
+    const InterfacePort wanted[] = {
+        {device.row->data_port, data_port},
+        {device.row->control_port, control_port},
+        {device.row->qmi_port, qmi_port},
+    };
+    if (report_ports(report, device.directory, wanted) < 1) {
         return no_ports(out);
     }
     *out = *device.row;
     replace_modem_struct(out, bus);
     vjson_add_int(report, "modem_id", out->modem_id);
-    report_port(report, "data_port", device.directory, bus, out->data_port);
-    report_port(report, "control_port", device.directory, bus, out->control_port);
+    vjson_add_string(report, "data_port", data_port);
+    vjson_add_string(report, "control_port", control_port);
     if (out->qmi_port >= 0) {
-        report_port(report, "qmi_port", device.directory, bus, out->qmi_port);
+        vjson_add_string(report, "qmi_port", qmi_port);
     }
     if (detail != 0) {
         report_detail(report, *out, device.directory);

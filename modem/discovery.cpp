@@ -123,27 +123,59 @@ bool find_known_node(const char *node, std::span<char> path) {
 
 constexpr std::string_view PORT_FRAGMENTS[] = {"ttyUSB", "cdc-wdm", "ttyACM"};
 
-Visit match_port(const char * /*directory*/, const char *name, void *context) {
+bool is_port(std::string_view name) {
     for (const std::string_view fragment : PORT_FRAGMENTS) {
         if (contains(name, fragment)) {
-            text_format(*static_cast<std::span<char> *>(context), "/dev/%s", name);
-            return Visit::FOUND_END;
+            return true;
         }
     }
-    return Visit::DESCEND;
+    return false;
+}
+
+Visit match_port(const char * /*directory*/, const char *name, void *context) {
+    if (!is_port(name)) {
+        return Visit::DESCEND;
+    }
+    text_format(*static_cast<std::span<char> *>(context), "/dev/%s", name);
+    return Visit::FOUND_END;
+}
+
+struct PortCollection {
+    json_object *ports;
+    const char *device; // the directory in which the walk began
+    std::span<const InterfacePort> wanted;
+};
+
+// Keeps the port for those who want that of the interface in or below whose directory it is, if it is their first.
+void keep_first_ports(const PortCollection &collection, const char *directory, const char *name) {
+    for (const InterfacePort &port : collection.wanted) {
+        char interface[SYSFS_PATH_SIZE];
+        text_format(interface, "%s%s:1.%d", collection.device, strrchr(collection.device, '/'), port.interface_number);
+        const size_t length = strlen(interface);
+        const bool inside =
+            strncmp(directory, interface, length) == 0 && (directory[length] == '\0' || directory[length] == '/');
+        if (inside && port.path[0] == '\0') {
+            text_format(port.path, "/dev/%s", name);
+        }
+    }
 }
 
 // ACM ports are named only in the "tty" directory below their interface; ttyUSB ports are named there a second time, so
 // each kind counts on its own side.
 Visit collect_port(const char *directory, const char *name, void *context) {
-    const bool is_port =
+    const auto &collection = *static_cast<const PortCollection *>(context);
+    if (!is_port(name)) {
+        return Visit::DESCEND;
+    }
+    keep_first_ports(collection, directory, name);
+    const bool counts =
         contains(directory, "/tty") ? contains(name, "ttyACM") : contains(name, "ttyUSB") || contains(name, "cdc-wdm");
-    if (!is_port) {
+    if (!counts) {
         return Visit::DESCEND;
     }
     char path[SYSFS_PATH_SIZE];
     text_format(path, "/dev/%s", name);
-    vjson_array_add_string(static_cast<json_object *>(context), path);
+    vjson_array_add_string(collection.ports, path);
     return Visit::FOUND_DESCEND;
 }
 
@@ -284,9 +316,10 @@ int modem_search_port_by_node(const char *node, std::span<char> out) {
     return search_below_node(node, match_port, &out);
 }
 
-int modem_list_ports(const char *device_directory, json_object *ports) {
+int modem_list_ports(const char *device_directory, json_object *ports, std::span<const InterfacePort> wanted) {
     int32_t counter = 0;
-    return walk_directories(device_directory, &counter, collect_port, ports);
+    PortCollection collection = {ports, device_directory, wanted};
+    return walk_directories(device_directory, &counter, collect_port, &collection);
 }
 
 int modem_get_ports(const char *bus, json_object *ports) {

@@ -43,7 +43,15 @@ void modem_forget_device();
 // The directory of the device on the bus into `directory` (SYSFS_PATH_SIZE bytes). Returns 0 or -1.
 int modem_find_device(const char *bus, std::span<char> directory);
 int modem_read_usb_id(const char *device_directory, uint32_t *vid, uint32_t *pid);
-int modem_list_ports(const char *device_directory, json_object *ports);
+
+// What modem_get_ports does. By the way each of the `wanted` gets what modem_find_port would find for its interface; its
+// `path` is empty before, and stays so where there is no port.
+struct InterfacePort {
+    int interface_number;
+    std::span<char> path;
+};
+int modem_list_ports(const char *device_directory, json_object *ports, std::span<const InterfacePort> wanted = {});
+
 int modem_find_port(const char *device_directory, const char *bus, int interface_number, std::span<char> out);
 
 // The device path of the first tty or cdc-wdm device of a USB interface, given by bus and interface number or by the

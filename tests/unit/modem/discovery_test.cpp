@@ -397,6 +397,22 @@ TEST_F(Device, all_ports_of_an_ec25_each_once) {
                                                         "/dev/cdc-wdm0"));
 }
 
+TEST_F(Device, listing_the_ports_finds_those_of_single_interfaces_too) {
+    std::filesystem::create_directories(device + "/1-1.2:1.12/tty/ttyACM12");
+    std::filesystem::create_directories(device + "/1-1.2:1.2/ttyUSB8");
+    std::filesystem::create_directories(device + "/1-1.2:1.9/net/usb0");
+    std::filesystem::create_directories(device + "/1-1.2.1/1-1.2:1.5/ttyUSB9");
+    for (const int number : {0, 1, 2, 3, 4, 5, 9, 12, -1, 100}) {
+        std::array<char, PORT_PATH_SIZE> listed = {};
+        std::array<char, PORT_PATH_SIZE> found = {};
+        const InterfacePort wanted[] = {{number, listed}};
+        const Json array(json_object_new_array());
+        modem_list_ports(device.c_str(), array.get(), wanted);
+        modem_find_port(device.c_str(), "1-1.2", number, found);
+        EXPECT_STREQ(listed.data(), found.data()) << number;
+    }
+}
+
 TEST_F(Device, a_port_of_the_communication_class_is_listed_once) {
     std::filesystem::remove_all(device);
     std::filesystem::create_directories(device + "/1-1.2:1.0/tty/ttyACM0/power");
