@@ -18,6 +18,7 @@ extern "C" {
 
 #include "connection/interface_control.h"
 #include "fuzz_support.h"
+#include "modem/discovery.h"
 #include "modem/model.h"
 #include "platform/board.h"
 #include "platform/uci.h"
@@ -194,6 +195,7 @@ Ended ScriptedRouter::run(const std::function<void()> &product) {
     // What a process keeps, and a new one would not know.
     const_cast<char *>(get_model_name())[0] = '\0';
     cur_dev = MODEM_ID_NONE;
+    modem_forget_device();
     fail_calls();
     const Ended ended = run_on(*this, [&] {
         product();
