@@ -149,12 +149,13 @@ struct PortCollection {
 // Keeps the port for those who want that of the interface in or below whose directory it is, if it is their first.
 void keep_first_ports(const PortCollection &collection, const char *directory, const char *name) {
     for (const InterfacePort &port : collection.wanted) {
+        if (port.path[0] != '\0') {
+            continue;
+        }
         char interface[SYSFS_PATH_SIZE];
         text_format(interface, "%s%s:1.%d", collection.device, strrchr(collection.device, '/'), port.interface_number);
         const size_t length = strlen(interface);
-        const bool inside =
-            strncmp(directory, interface, length) == 0 && (directory[length] == '\0' || directory[length] == '/');
-        if (inside && port.path[0] == '\0') {
+        if (strncmp(directory, interface, length) == 0 && (directory[length] == '\0' || directory[length] == '/')) {
             text_format(port.path, "/dev/%s", name);
         }
     }
