@@ -8,8 +8,8 @@ import shutil
 from importlib.util import find_spec
 from pathlib import Path
 
-from meters import (Calls, Command, Cost, Router, calls_of, install, instructions, measure, median, private_memory,
-                    stripped_size, where)
+from meters import (Calls, Command, Cost, Router, calls_of, install, instructions, measure, median,
+                    own_copy_of_json_c, private_memory, stripped_size, where)
 from tables import Table, ratio
 
 PORT = "/dev/ttyUSB2"
@@ -61,6 +61,7 @@ def bench_exchange(build: Path, runs: int) -> None:
     commands = programs()
     with Router("ec25", build=build, files=FILES) as router:
         install(router, build, "minimal_at", "measure")
+        own_copy_of_json_c(router)
         samples: dict[str, list[Cost]] = {name: [] for name in commands}
         for _ in range(runs):
             for name, command in commands.items():

@@ -11,7 +11,7 @@ from typing import Callable, Iterable, Iterator
 import pytest
 
 TESTS = Path(__file__).resolve().parents[1]
-sys.path[:0] = [str(TESTS.parent / "sim"), str(TESTS / "soak"), str(TESTS / "footprint")]
+sys.path[:0] = [str(TESTS.parent / "sim"), *(str(TESTS / name) for name in ("soak", "footprint", "bench"))]
 
 from velasim import Router  # noqa: E402  (found through the line above)
 

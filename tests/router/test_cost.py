@@ -8,6 +8,7 @@ import os
 from pathlib import Path
 
 import pytest
+from meters import calls_of, install, own_copy_of_json_c, private_memory
 from support import AT_PORT, DEVICE, SYSFS, locked, traced
 from velasim import Router
 
@@ -71,6 +72,25 @@ def test_the_devices_own_directories_cost_no_more(router):
         counts.append(calls(r, "no-such-command"))
     # Walked for the list of ports and on the way to each of the three ports.
     assert counts[1] - counts[0] <= 4 * CALLS_PER_DIRECTORY * 400
+
+
+# A run of the command line
+
+MOST_CALLS, MOST_LIBRARIES = 90, 6
+MOST_MEMORY = 320  # KiB, json-c's with it; less where another program has json-c loaded
+
+
+@pytest.mark.parametrize("argv", [["AT", "AT+CSQ"], ["signal"]], ids=" ".join)
+def test_a_question_takes_few_calls_and_libraries_little_memory_and_no_process(router, argv):
+    r = router("ec25", ubus=False)
+    install(r, r.build, "measure")
+    own_copy_of_json_c(r)
+    calls = calls_of(r, ["vela_modem", *argv])
+    # What walks the bus is apart: it depends on the tree. Both parts are there, or they were not told apart.
+    assert calls.walking > 100 and 50 < len(calls.names) - calls.walking <= MOST_CALLS
+    assert (calls.processes, calls.programs) == (0, 0)
+    assert 2 <= calls.libraries <= MOST_LIBRARIES
+    assert 100 < private_memory(r, ["vela_modem", *argv]) <= MOST_MEMORY
 
 
 # Inside the web server
