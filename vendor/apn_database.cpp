@@ -22,7 +22,7 @@ constexpr off_t SCRIPT_PREFIX = 24;
 constexpr size_t CODE_LENGTH = 3;
 
 struct CustomApn {
-    std::string_view imsi_prefix;
+    const char *imsi_prefix;
     const char *apn;
 };
 

@@ -20,8 +20,8 @@ constexpr FibocomList NEIGHBOUR_CELLS = {"LTE neighbor cell:", 20};
 
 // The modem's codes, 100 and the number of an LTE band, that are shown by that number; any other is shown as it is.
 struct BandCode {
-    std::string_view code;
-    const char *band;
+    char code[4];
+    char band[3];
 };
 
 constexpr BandCode BAND_CODES[] = {
@@ -31,7 +31,7 @@ constexpr BandCode BAND_CODES[] = {
 
 void band_of_code(std::span<char> value) {
     for (const BandCode &row : BAND_CODES) {
-        if (row.code == value.data()) {
+        if (std::string_view(row.code) == value.data()) {
             text_copy(value, row.band);
             return;
         }
@@ -96,8 +96,8 @@ void read_neighbour_cells(std::string_view reply, json_object *cells) {
 // --- Generation ---
 
 struct Technology {
-    std::string_view sent;
-    const char *mode;
+    char sent[2];
+    char mode[3];
 };
 
 constexpr Technology TECHNOLOGIES[] = {{"1", "2G"}, {"2", "3G"}, {"3", "3G"}, {"4", "4G"}};
@@ -113,7 +113,7 @@ const char *read_fibocom_mode(std::string_view reply) {
     char sent[FIBOCOM_FIELD_SIZE] = {};
     fibocom_atcmd_value_parser(fibocom_find_list(reply, SERVING_CELL), TECHNOLOGY_FIELD, sent);
     for (const Technology &technology : TECHNOLOGIES) {
-        if (technology.sent == sent) {
+        if (std::string_view(technology.sent) == sent) {
             return technology.mode;
         }
     }

@@ -17,7 +17,7 @@ constexpr std::string_view LABEL = "Revision:";
 constexpr size_t LONGEST_REVISION = 60;
 
 struct Variant {
-    std::string_view name; // anywhere in the revision
+    const char *name; // anywhere in the revision
     const char *command;
 };
 

@@ -2,7 +2,8 @@
 """What each source file adds to a stripped product file, from the symbols and debug information of the unstripped one.
 
 Code and named data count for the source that defines them; an inline function or template that the compiler kept apart
-for the header that it is written in. What has no name of its own are the texts, which the linker merges over all files,
+for the header that it is written in. Of data that was moved when the whole was optimised, the debug information has lost
+the source: its name and size tell, as they stand in the objects before. What has no name of its own are the texts, which the linker merges over all files,
 and the tables for the dynamic linker.
 """
 
@@ -20,6 +21,11 @@ SOURCE = Path(__file__).resolve().parents[2]
 ELSEWHERE = "elsewhere"
 LINKING = "(tables for the dynamic linker, headers)"
 TEXTS = "(texts and unnamed constants)"
+# What optimisation of the whole adds to a name.
+CLONE = re.compile(r"\.(lto_priv|constprop|isra|part|cold)\.?\d*")
+# Of what readelf says of objects and archives: where an object begins, and a datum with size and name.
+OBJECT = re.compile(r"^File: .*?([^/(]+)\.o\)?$")
+DATUM = re.compile(r"^ *\d+: [0-9a-f]+ +(\d+) OBJECT .* (\S+)$")
 SYMBOL = re.compile(r"^([0-9a-f]+) ([0-9a-f]+) (\w) (\S+)(?:\t(.+):\d+)?$")
 SOURCE_NAME = re.compile(r"^0+ a (\S+)$")
 # Kinds of symbols that have bytes in the file: code, constants, data. Not those that only name memory to be zeroed.
@@ -49,15 +55,36 @@ def own_sources() -> dict[str, str]:
 
 def by_source(file: Path) -> Counter:
     """Bytes by source path, relative to the project where they are in it."""
-    sources, sizes, group, seen = own_sources(), Counter(), ELSEWHERE, set()
+    sources, data, sizes, group, seen = own_sources(), sources_of_data(file), Counter(), ELSEWHERE, set()
     # In the order of the symbol table, where the local symbols of a source stand behind its name.
     for line in output("nm", "--no-sort", "--debug-syms", "--print-size", "--line-numbers", file).splitlines():
         if name := SOURCE_NAME.match(line):
             group = sources.get(name[1], ELSEWHERE)
         elif (symbol := SYMBOL.match(line)) and symbol[3] in IN_FILE and symbol[1] not in seen:
             seen.add(symbol[1])  # one piece of code may have several names
-            sizes[path_of(symbol[5]) if symbol[5] else group] += int(symbol[2], 16)
+            known = data.get((CLONE.sub("", symbol[4]), int(symbol[2], 16)), group)
+            sizes[path_of(symbol[5]) if symbol[5] else known] += int(symbol[2], 16)
     return sizes
+
+
+def sources_of_data(file: Path) -> dict[tuple[str, int], str]:
+    """Sources by name and size of the data in the objects; without what several of them call the same."""
+    build, sources = build_of(file), own_sources()
+    found, ambiguous, source = {}, set(), ELSEWHERE
+    objects = [build / "libvela_core.a", *build.glob("CMakeFiles/vela_endpoints.dir/**/*.o")]
+    # (nm would ask the compiler's plug-in, which knows no sizes.)
+    for line in output("readelf", "--syms", "--wide", *objects).splitlines():
+        if name := OBJECT.match(line):
+            source = sources.get(name[1], ELSEWHERE)
+        elif datum := DATUM.match(line):
+            key = datum[2], int(datum[1])
+            if found.setdefault(key, source) != source:
+                ambiguous.add(key)
+    return {key: source for key, source in found.items() if key not in ambiguous}
+
+
+def build_of(file: Path) -> Path:
+    return next(folder for folder in file.parents if (folder / "libvela_core.a").exists())
 
 
 def path_of(source: str) -> str:
@@ -108,7 +135,7 @@ def excesses(file: Path) -> list[str]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    products = [SOURCE / "build" / name for name in ("vela_modem", "vela_modem.so")]
+    products = [SOURCE / "build/tests/footprint" / name for name in ("vela_modem", "vela_modem.so")]
     parser.add_argument("file", type=Path, nargs="*", default=products)
     exceeded = []
     for file in parser.parse_args().file:

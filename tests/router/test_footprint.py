@@ -14,6 +14,8 @@ pytestmark = pytest.mark.shipped
 SOURCE = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("VELA_BUILD") or SOURCE / "build").resolve()
 PROGRAM, PLUGIN = BUILD / "vela_modem", BUILD / "vela_modem.so"
+# The same as a router has them, beside its own shared libraries; with those at hand, the product itself is that.
+ON_A_ROUTER = BUILD / "tests/footprint" if (BUILD / "tests/footprint/vela_modem").exists() else BUILD
 # json-c and the C library; where the router's own libraries are there, those.
 ALLOWED = re.compile(r"(libjson-c|libc|libuci|libubus|libubox|libblobmsg_json)\.so(\.\d+)*")
 # What the linker and the C library's start files make of any program.
@@ -39,6 +41,15 @@ def test_it_needs_json_c_the_routers_libraries_and_the_c_library_only(file):
 
 
 @both
+def test_on_a_router_it_needs_six_libraries_at_most_and_has_none_of_them_inside(file):
+    file = ON_A_ROUTER / file.name
+    needed = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-d", "-W", file))
+    assert needed and [name for name in needed if not ALLOWED.fullmatch(name)] == [] and len(needed) <= 6
+    defined = {line.split()[-1] for line in output("nm", "--defined-only", file).splitlines()}
+    assert not [name for name in defined if re.match(r"(uci_|ubus_|blobmsg_|blob_)(load|commit|connect|parse|nest)", name)]
+
+
+@both
 def test_it_takes_nothing_of_the_cpp_run_time_library(file):
     undefined = output("nm", "-D", "--undefined-only", file)
     assert not re.search(r"CXXABI|GLIBCXX|GCC_|\b_ZSt|\b_ZNSt|__cxa_throw|__gxx_personality|_Unwind_", undefined)
@@ -54,12 +65,14 @@ def test_the_program_exports_the_entry_too_and_nothing_else_of_its_own():
 
 @both
 def test_stripped_it_keeps_to_its_budgets(file, record_property):
+    file = ON_A_ROUTER / file.name
     record_property("table", (f"what the sources add to {file.name}", size_report.table(file)))
     assert size_report.excesses(file) == []
 
 
 @both
 def test_the_size_report_accounts_for_every_byte(file):
+    file = ON_A_ROUTER / file.name
     sizes = size_report.report(file)
     assert sizes.total() == size_report.stripped_size(file)
     # What the sources define outweighs what no source can be named for.
@@ -71,7 +84,7 @@ def test_the_size_report_accounts_for_every_byte(file):
 def test_a_budget_that_is_exceeded_is_reported(monkeypatch, budget):
     small = 1000 if budget == "WHOLE_FILE" else {**size_report.DIRECTORIES, "vendor": 1000}
     monkeypatch.setattr(size_report, budget, small)
-    [excess] = size_report.excesses(PROGRAM)
+    [excess] = size_report.excesses(ON_A_ROUTER / PROGRAM.name)
     assert excess.endswith("too many") and ("vendor" in excess) == (budget == "DIRECTORIES")
 
 
