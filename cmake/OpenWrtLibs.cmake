@@ -37,6 +37,11 @@ add_library(vela_ubus INTERFACE)
 if(VELA_OPENWRT_LIBS STREQUAL "bundled" OR NOT VELA_OPENWRT_FOUND)
     message(STATUS "OpenWrt libraries: the bundled subset (hostlibs/)")
     set(VELA_BUNDLED_LIBS TRUE)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        # Times go beyond 2038. Structures of the OpenWrt libraries contain times: with the system's, of what size is
+        # for the flags to say with which these were built.
+        add_compile_definitions(_TIME_BITS=64)
+    endif()
     add_subdirectory(hostlibs)
     target_link_libraries(vela_uci INTERFACE hostlibs_uci)
     target_link_libraries(vela_ubus INTERFACE hostlibs_ubus hostlibs_ubox)

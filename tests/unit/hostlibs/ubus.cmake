@@ -10,9 +10,8 @@ add_executable(ubus_test
 target_compile_definitions(ubus_test PRIVATE
     PYTHON="/usr/bin/python3"
     SIM_DIR="${CMAKE_CURRENT_LIST_DIR}/../../../sim"
-    UBUS_CLI="$<TARGET_FILE:ubus_cli>"
 )
 target_compile_features(ubus_test PRIVATE cxx_std_20)
 target_link_libraries(ubus_test PRIVATE hostlibs_ubus GTest::gtest_main)
-add_dependencies(ubus_test ubus_cli)
-gtest_discover_tests(ubus_test DISCOVERY_TIMEOUT 60)
+vela_program_under_test(ubus_test UBUS_CLI ubus_cli)
+vela_tests_of(ubus_test)

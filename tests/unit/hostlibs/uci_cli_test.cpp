@@ -40,8 +40,8 @@ protected:
                                  "\nconfig zone 'named'\n\nconfig zone\n\toption name 'wan'\n");
     }
     Outcome run(const std::vector<std::string> &arguments) const {
-        std::string command = quoted(UCI_CLI_PATH);
-        command.append(" -c ").append(quoted(confdir_)).append(" -P ").append(quoted(savedir_));
+        std::string command = UCI_CLI_PATH " -c ";
+        command.append(quoted(confdir_)).append(" -P ").append(quoted(savedir_));
         for (const std::string &argument : arguments)
             command.append(" ").append(quoted(argument));
         command.append(" >").append(quoted(root_ + "/out")).append(" 2>").append(quoted(root_ + "/err"));

@@ -1,0 +1,6 @@
+# Tests that cannot run under qemu-user, each with the reason. Everywhere else they are run.
+set(VELA_NOT_EMULATED
+    # TIOCGEXCL, by which a test asks whether a port is open exclusively, is unknown to the emulator.
+    UartOpen.no_other_process_may_open_the_port
+    UartOpen.a_baud_number_outside_the_table_fails_without_an_open
+)
