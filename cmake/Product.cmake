@@ -113,7 +113,8 @@ target_link_options(vela_modem_plugin PRIVATE -Wl,-z,defs)
 # (RELR) they are next to nothing. Linkers that know the flag belong to C libraries that know the format: glibc from
 # 2.36 and musl from 1.2.4 on. With an older one, -DVELA_PACKED_RELOCATIONS=OFF.
 include(CheckLinkerFlag)
-check_linker_flag(C -Wl,-z,pack-relative-relocs VELA_PACKED_RELOCATIONS)
+# Where it is not for the processor, the linker warns and goes on.
+check_linker_flag(C -Wl,--fatal-warnings,-z,pack-relative-relocs VELA_PACKED_RELOCATIONS)
 
 # Optimised as one program when it is linked, the product is a tenth smaller; packages are built so, too. The objects can
 # also be linked in the ordinary way, for tests: each of them would be optimised anew.

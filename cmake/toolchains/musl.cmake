@@ -2,12 +2,12 @@
 # nothing, the machine's compiler and its C++ headers with musl's C headers below them; as the product needs no C++
 # run-time library, what comes of it is linked with musl alone.
 #
-# json-c for musl is expected under build-cross/libraries/, where tests/cross/fetch_libraries puts it, and with it the
+# json-c for musl is expected in build-cross/musl/libraries, where tests/cross/fetch_libraries puts it, and with it the
 # kernel's headers, which musl does not bring.
 set(CMAKE_C_COMPILER musl-gcc)
 set(CMAKE_CXX_COMPILER g++)
 
-get_filename_component(root ${CMAKE_CURRENT_LIST_DIR}/../../build-cross/libraries/musl/root ABSOLUTE)
+get_filename_component(root ${CMAKE_CURRENT_LIST_DIR}/../../build-cross/musl/libraries/root ABSOLUTE)
 set(ENV{PKG_CONFIG_LIBDIR} ${root}/usr/lib/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${root})
 

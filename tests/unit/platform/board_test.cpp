@@ -2,7 +2,9 @@
 // its own. The name is read once in a process' life, so each name has a child.
 #include "platform/board.h"
 
+#include <arpa/inet.h>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -102,16 +104,24 @@ TEST(Gateway, a_used_buffer_is_emptied) {
     EXPECT_STREQ(out.data(), "");
 }
 
-// As the kernel would list them in /proc/net/route, and in no order that it would choose.
+// A line of /proc/net/route. The kernel prints addresses as the number that lies in memory, so by the machine's byte order.
+std::string route(const char *mask, const char *gateway, const char *flags, int metric) {
+    const auto number = [](const char *address) { return static_cast<unsigned>(inet_addr(address)); };
+    std::array<char, 100> line;
+    snprintf(line.data(), line.size(), "wwan0\t00000000\t%08X\t%s\t0\t0\t%d\t%08X\n", number(gateway), flags, metric,
+             number(mask));
+    return line.data();
+}
+
+// In no order that the kernel would choose.
 TEST(Gateway, only_a_route_to_everywhere_that_is_up_counts_whatever_the_order) {
     in_child_with_empty({"/proc"}, [] {
         std::filesystem::create_directory("/proc/net");
-        write_file("/proc/net/route", "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n"
-                                      "wwan0\t00000000\t097100CB\t0003\t0\t0\t30\t00000000\n"
-                                      "wwan0\t00000000\t087100CB\t0003\t0\t0\t20\t00000000\n"
-                                      "wwan0\t00000000\t077100CB\t0003\t0\t0\t25\t00000000\n"
-                                      "wwan0\t00000000\t067100CB\t0002\t0\t0\t10\t00000000\n"
-                                      "wwan0\t00000000\t057100CB\t0003\t0\t0\t10\t00000080\n");
+        write_file("/proc/net/route",
+                   "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n" +
+                       route("0.0.0.0", "203.0.113.9", "0003", 30) + route("0.0.0.0", "203.0.113.8", "0003", 20) +
+                       route("0.0.0.0", "203.0.113.7", "0003", 25) + route("0.0.0.0", "203.0.113.6", "0002", 10) +
+                       route("128.0.0.0", "203.0.113.5", "0003", 10));
         EXPECT_EQ(gateway("wwan0"), "203.0.113.8");
         EXPECT_EQ(umount("/proc"), 0);
     });
