@@ -116,6 +116,10 @@ include(CheckLinkerFlag)
 # Where it is not for the processor, the linker warns and goes on.
 check_linker_flag(C -Wl,--fatal-warnings,-z,pack-relative-relocs VELA_PACKED_RELOCATIONS)
 
+# Where a processor may have pages of 64 KiB (ARM of 64 bits, MIPS), linkers align what is made read-only after the start
+# to that, with as much nothing in the file. Most routers' kernels have pages of 4 KiB.
+set(VELA_PAGE_SIZE "" CACHE STRING "The page size of the router's kernel; the linker's choice if empty")
+
 # Optimised as one program when it is linked, the product is a tenth smaller; packages are built so, too. The objects can
 # also be linked in the ordinary way, for tests: each of them would be optimised anew.
 option(VELA_LTO "Optimise the product as a whole when it is linked (GCC)" OFF)
@@ -136,6 +140,7 @@ function(vela_product target)
         -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef)
     target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now
         -Wl,-z,noseparate-code $<$<BOOL:${VELA_PACKED_RELOCATIONS}>:-Wl,-z,pack-relative-relocs>
+        $<$<BOOL:${VELA_PAGE_SIZE}>:-Wl,-z,max-page-size=${VELA_PAGE_SIZE},-z,common-page-size=${VELA_PAGE_SIZE}>
         $<IF:$<BOOL:${VELA_LTO}>,-flto=auto,-fno-lto> ${NO_UNWIND_TABLES})
 endfunction()
 
