@@ -3,8 +3,8 @@
 
 Code and named data count for the source that defines them; an inline function or template that the compiler kept apart
 for the header that it is written in. Of data that was moved when the whole was optimised, the debug information has lost
-the source: its name and size tell, as they stand in the objects before. What has no name of its own are the texts, which the linker merges over all files,
-and the tables for the dynamic linker.
+the source: its name and size tell, as they stand in the objects before. What has no name of its own are the texts, which
+the linker merges over all files, and the tables for the dynamic linker.
 """
 
 import argparse
