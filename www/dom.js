@@ -1,0 +1,60 @@
+// Small helpers to build and update the document. Text always becomes a text node, so nothing that comes from a modem
+// or a message is ever read as markup.
+
+const SVG = 'http://www.w3.org/2000/svg';
+
+function fill(node, properties, children) {
+	for (const [name, value] of Object.entries(properties)) {
+		if (typeof value === 'function') {
+			node.addEventListener(name, value);
+		} else if (typeof value === 'boolean') {
+			node.toggleAttribute(name, value);
+		} else {
+			node.setAttribute(name, value);
+		}
+	}
+	node.append(...children.filter((child) => child != null));
+	return node;
+}
+
+// An element: functions among the properties are listeners of that event, booleans are attributes that are there or not.
+export const el = (tag, properties = {}, ...children) => fill(document.createElement(tag), properties, children);
+export const svg = (tag, properties = {}, ...children) => fill(document.createElementNS(SVG, tag), properties, children);
+
+// Sets a text only where it changes, so that screen readers hear of changes alone.
+export function say(node, text) {
+	if (node.textContent !== text) {
+		node.textContent = text;
+	}
+}
+
+// Makes the children of `parent` follow `items`: one child for each key, which is made once and updated from then on,
+// so that focus and scroll positions stay.
+export function each(parent, items, key, make, update) {
+	const old = new Map([...parent.children].map((child) => [child.dataset.key, child]));
+	items.forEach((item, index) => {
+		const name = String(key(item));
+		let child = old.get(name);
+		old.delete(name);
+		if (!child) {
+			child = make(item);
+			child.dataset.key = name;
+		}
+		if (parent.children[index] !== child) {
+			parent.insertBefore(child, parent.children[index] ?? null);
+		}
+		update(child, item);
+	});
+	for (const child of old.values()) {
+		child.remove();
+	}
+}
+
+// Terms and descriptions from pairs; a pair without a description is left out.
+export function facts(list, pairs) {
+	const shown = pairs.filter(([, value]) => value !== '' && value != null);
+	each(list, shown, ([term]) => term, () => el('div', {}, el('dt'), el('dd')), (row, [term, value]) => {
+		say(row.firstChild, term);
+		say(row.lastChild, value);
+	});
+}
