@@ -120,7 +120,9 @@ class Sessions:
         if (target, method) in (("session", "login"), ("session", "access")):
             return True
         session = self.find(sid)
-        return session is not None and any(fnmatchcase(target, pattern) and any(fnmatchcase(method, one) for one in methods)
+        if session is None:
+            return False
+        return any(fnmatchcase(target, pattern) and any(fnmatchcase(method, one) for one in methods)
                    for pattern, methods in session.rights.items())
 
 

@@ -102,7 +102,7 @@ function writing({ tell, fail }) {
 		send.setAttribute('aria-disabled', 'false');
 	};
 	const form = el('form', { novalidate: true, submit }, el('label', { for: 'number' }, 'Number'), number,
-		el('p', { id: 'number-hint', class: 'subtle' }, 'With the country code, such as +49 170 …'),
+		el('p', { id: 'number-hint', class: 'subtle' }, 'With its country code: +49 170 …'),
 		el('label', { for: 'text' }, 'Text'), text, room, wrong, el('div', { class: 'buttons' }, send));
 	for (const field of [number, text]) {
 		field.addEventListener('input', count);

@@ -93,7 +93,7 @@ function card() {
 		}
 		const { status } = modem;
 		facts(list, modem.gone ? [] : [
-			['SIM card', words.sim(status.SIM_status)[0]], ...linkRows(status),
+			['SIM card', words.sim(status.SIM_status)[0]], ...linkRows(status).slice(0, 2),
 		]);
 	};
 	return node;

@@ -22,22 +22,26 @@ let browser;
 export let address;
 export let users;
 
+export async function startStage() {
+  process_ = spawn('/usr/bin/python3', [SERVE], { stdio: ['pipe', 'pipe', 'inherit'] });
+  lines = createInterface(process_.stdout)[Symbol.asyncIterator]();
+  const { value } = await lines.next();
+  assert.ok(value, 'the simulated router did not start');
+  ({ address, users } = JSON.parse(value));
+  // The kernel's sandbox is not for root, who alone can run the simulated router.
+  browser = await chromium.launch({ executablePath: BROWSER, args: ['--no-sandbox', '--disable-lcd-text'] });
+}
+
+export async function endStage() {
+  await browser?.close();
+  process_.stdin.end();
+  await once(process_, 'exit');
+}
+
 // To be called once in a file: the stage is there during its tests.
 export function useStage() {
-  before(async () => {
-    process_ = spawn('/usr/bin/python3', [SERVE], { stdio: ['pipe', 'pipe', 'inherit'] });
-    lines = createInterface(process_.stdout)[Symbol.asyncIterator]();
-    const { value } = await lines.next();
-    assert.ok(value, 'the simulated router did not start');
-    ({ address, users } = JSON.parse(value));
-    // The kernel's sandbox is not for root, who alone can run the simulated router.
-    browser = await chromium.launch({ executablePath: BROWSER, args: ['--no-sandbox'] });
-  });
-  after(async () => {
-    await browser?.close();
-    process_.stdin.end();
-    await once(process_, 'exit');
-  });
+  before(startStage);
+  after(endStage);
 }
 
 // A command for serve.py; gives its result.

@@ -44,7 +44,7 @@ describe('all modems', () => {
     assert.equal(await cards.count(), 2);
     const [first, second] = [await cards.nth(0).innerText(), await cards.nth(1).innerText()];
     for (const text of ['EC25', `Vodafone.de · 4G · Bus 1${HYPHEN}1.2`, 'Connected', 'Good', `${MINUS}98 dBm`, 'Ready', 'Reached',
-      '10.60.0.17', '54.0 MB', '4.2 MB']) {
+      '10.60.0.17']) {
       assert.ok(first.includes(text), `${text} in ${first}`);
     }
     for (const text of ['EP06', `WINDTRE · 4G+ · Bus 2${HYPHEN}1.2`, 'Not connected', 'Good', `${MINUS}86 dBm`, 'Ready']) {
