@@ -32,7 +32,7 @@ ACCESS_LISTS = SOURCE / "openwrt/vela-modem/files"
 OBJECT = "vela_modem"
 PROGRAM = f"/usr/libexec/rpcd/{OBJECT}"
 SESSION_SECONDS = 300
-CALL_SECONDS = 30.0  # what rpcd waits for a program
+CALL_SECONDS = 60.0  # what rpcd waits for a program where it is set up for restarts of modems
 LONGEST_REQUEST = 65536
 
 # What a ubus call ends with, and the errors of uhttpd's JSON-RPC.
