@@ -161,7 +161,7 @@ async function round() {
 		state.failure = '';
 		state.refreshed = Date.now();
 	} catch (problem) {
-		state.failure = problem.message;
+		state.failure = problem.kind === 'session' ? '' : problem.message;
 	}
 	listener.changed();
 }

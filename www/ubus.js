@@ -33,6 +33,8 @@ export class Problem extends Error {
 	}
 }
 
+const over = () => new Problem('session', 'The session has ended.');
+
 let session = null;
 let number = 0;
 let last = Promise.resolve();
@@ -84,12 +86,12 @@ async function post(sid, object, method, args) {
 	}
 	if (reply.error) {
 		throw reply.error.code === NO_ACCESS
-			? new Problem('session', 'The session has ended.')
+			? over()
 			: new Problem('unreachable', STATUSES[4]);
 	}
 	const [status, data] = reply.result ?? [];
 	if (status === PERMISSION_DENIED) {
-		throw new Problem('session', 'The session has ended.');
+		throw over();
 	}
 	if (status === TIMED_OUT) {
 		throw new Problem('timeout', 'The modem took too long to answer.');
@@ -132,7 +134,7 @@ export async function logout() {
 
 async function perform(method, args) {
 	if (!session) {
-		throw new Problem('session', 'The session has ended.');
+		throw over();
 	}
 	if (!may(method)) {
 		throw new Problem('denied', 'This user may not do that.');
@@ -147,6 +149,9 @@ async function perform(method, args) {
 			ended();
 		}
 		throw problem;
+	}
+	if (session?.id !== id) {
+		throw over(); // what was meant for one user is not for the next
 	}
 	if (reply.code < 0) {
 		const text = CODES[reply.code] ?? `The modem service refused it (code ${reply.code}).`;

@@ -54,6 +54,15 @@ describe('a restart', () => {
   });
 });
 
+test('what takes longer than the router waits is not called a failure', async (t) => {
+  const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
+  await page.route('**/ubus', (route) => (route.request().postDataJSON().params[2] === 'reset'
+    ? route.fulfill({ json: { result: [7] } }) : route.continue()));
+  await button(page, 'Restart…').click();
+  await page.getByRole('dialog').getByRole('button', { name: 'Restart' }).click();
+  await page.getByRole('alert').getByText('Restarting takes long. Its state here will tell how it ends.').waitFor();
+});
+
 describe('a message', () => {
   test('is marked as read', async (t) => {
     const page = await openSignedIn(t, { hash: '#/messages' });

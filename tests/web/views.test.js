@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { describe, test } from 'node:test';
-import { ask, button, eventually, factsOf, nextRound, open, openSignedIn, shows, useStage } from './stage.js';
+import { ask, button, eventually, factsOf, nextRound, open, openSignedIn, shows, signIn, useStage } from './stage.js';
 
 const MINUS = '\u2212';
 const HYPHEN = '\u2011'; // that does not break
@@ -131,6 +131,19 @@ describe('one modem', () => {
     assert.match(await chart.locator('.line').getAttribute('d'), /^M[\d.]+ [\d.]+L[\d.]+ [\d.]+$/);
   });
 
+  test('on a board that has no full report is shown by the shorter ones', async (t) => {
+    const page = await open(t);
+    await page.route('**/ubus', (route) => (route.request().postDataJSON().params[2] === 'info'
+      ? route.fulfill({ json: { result: [0, { code: -17 }] } }) : route.continue()));
+    await signIn(page);
+    await page.getByRole('link', { name: 'EC25EFAR06A03M4G' }).click();
+    await page.getByRole('heading', { level: 1, name: 'EC25EFAR06A03M4G' }).waitFor();
+    assert.equal((await factsOf(page, 'Connection')).Operator, 'Vodafone.de');
+    assert.equal((await factsOf(page, 'Device')).IMEI, '350000000000017');
+    assert.equal(await button(page, 'Disconnect').isVisible(), true);
+    assert.equal(await button(page, 'Restart…').isVisible(), false);
+  });
+
   test('a bus without a modem says so', async (t) => {
     const page = await openSignedIn(t, { hash: '#/modem/9-9' });
     await shows(page, 'There is no modem on bus 9-9.');
@@ -171,7 +184,34 @@ describe('the words', () => {
     ['when', ['26-01-02 03:04:05\n'], '2 Jan 2026, 03:04'], ['when', ['some day'], 'some day'], ['when', [undefined], ''],
     ['link', ['constructor'], ['constructor', 'off']], ['word', [-1], 'Unknown'], ['word', [0], 'None'],
     ['modelName', [{ modem_id: 255, name: ' FM150\r' }], 'FM150'], ['modelName', [{}], 'Modem'],
+    // GSM; an NL678E, which tells steps without a unit; a model that tells the level alone; one that tells nothing.
+    ['measurements', [{ type: 'GSM', rssi: '--65' }, {}], [{ key: 'rssi', name: 'RSSI', text: `${MINUS}65 dBm`, grade: 4 }]],
+    ['measurements', [{ rsrp: '50', rssi: '-71', ecno: '' }, { modem_id: 40 }],
+      [{ key: 'rssi', name: 'RSSI', text: `${MINUS}71 dBm`, grade: 3 }, { key: 'rsrp', name: 'RSRP', text: '50', grade: 0 }]],
+    ['charted', [{ signal_info: [{ rsrp: '50', rssi: '-71' }] }, { modem_id: 40 }],
+      { name: 'RSSI', unit: 'dBm', range: [-100, -60], value: -71 }],
+    ['charted', [{ signal: 2 }, { modem_id: 5 }], { name: 'Level', unit: '', range: [0, 4], value: 2 }],
+    ['charted', [{ SIM_status: -1 }, {}], null],
   ];
+  const CELLS = [
+    [{ type: 'PSS', state: 'Attached', cellid: '0A1B2C3D (169552957)', band: 'B2', bandwidth: '20 MHz', 'rx-chan': '800',
+      'M-rsrp': '-81', rsrq: '-14.0', sinr: '23.8', tac: '7B21 (31521)', rat: 'LTE' },
+    ['Carrier 1', 'B2', '800', '', `${MINUS}81`, `${MINUS}14`, '23.8', '20 MHz', 'Attached']],
+    [{ IsServiceCell: '1', rat: '4G', mcc: '460', mnc: '01', earfcn: '1650', physicalcellId: '21', band: '3', bandwidth: '100',
+      rsrp: '56', rsrq: '24' }, ['Serving', 'B3', '1650', '21', '56', '24', '', '100', '']],
+    [{ type: 'servingcell', rat: 'WCDMA', uarfcn: '10763', psc: '65', rscp: '-73', ecio: '-4', state: 'LIMSRV' },
+      ['Serving', '', '10763', '65', `${MINUS}73`, `${MINUS}4`, '', '', 'Limited service']],
+  ];
+  test('the cells of all dialects have the same columns', async (t) => {
+    const page = await open(t);
+    const rows = await page.evaluate(async (cells) => {
+      const { cellOf } = await import('./words.js');
+      return cells.map(([cell]) => cellOf(cell)).map((cell) => ['kind', 'band', 'channel', 'code', 'power', 'quality', 'noise',
+        'width', 'state'].map((key) => cell[key]));
+    }, CELLS);
+    assert.deepEqual(rows, CELLS.map(([, row]) => row));
+  });
+
   test('values are written for people', async (t) => {
     const page = await open(t);
     const written = await page.evaluate(async (cases) => {
