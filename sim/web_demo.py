@@ -62,10 +62,9 @@ for name, count in (("net0", 900), ("wwan0", 70)):
 
 REGISTERED = '\n+CREG: 0,1\n\nOK\n'
 EC25_SIGNAL = '\n+QCSQ: "LTE",{rssi},{rsrp},{sinr},{rsrq}\n\nOK\n'
-EC25_CELL = ('\n+QENG: "servingcell","NOCONN","LTE","FDD",262,02,2A1B21,193,1250,3,5,5,2A1C,{rsrp},{rsrq},-{rssi},13,29\n'
-             "\nOK\n")
-EP06_CELL = ('\n+QENG: "servingcell","NOCONN","LTE","FDD",222,88,24A100E,20,3350,7,5,5,3A1B,{rsrp},{rsrq},-{rssi},15,-\n'
-             "\nOK\n")
+CELL = '\n+QENG: "servingcell","NOCONN","LTE","FDD",{cell},{{rsrp}},{{rsrq}},-{{rssi}},{rest}\n\nOK\n'
+EC25_CELL = CELL.format(cell="262,02,2A1B21,193,1250,3,5,5,2A1C", rest="13,29")
+EP06_CELL = CELL.format(cell="222,88,24A100E,20,3350,7,5,5,3A1B", rest="15,-")
 
 INCOMING = "/etc/spool/sms/incoming/VMS99."
 STORED = "/etc/spool/sms/storage/VMS99."
@@ -87,8 +86,7 @@ MESSAGES = {
 
 def web_router(**options: object) -> Router:
     """The router of the demonstration, which the browser tests have too."""
-    settings = {"modems": MODEMS, "uci": CONFIGURATION, "ubus": BUS, "files": {**MESSAGES, **TRACKED}, "net": True, **options}
-    router = Router(**settings)
+    router = Router(modems=MODEMS, uci=CONFIGURATION, ubus=BUS, files={**MESSAGES, **TRACKED}, net=True, **options)
     try:
         for command in (["/bin/dash", "-c", LINKS], ["/usr/bin/python3", "-c", TRAFFIC]):
             made = router.run(*command)
@@ -105,7 +103,8 @@ def web_router(**options: object) -> Router:
 def set_signal(router: Router, step: int) -> None:
     """What both modems measure, as somebody might who is carried about slowly."""
     sway = 12 * math.sin(step / 9) + 4 * math.sin(step / 2.3)
-    first = {"rsrp": round(-98 + sway), "rssi": round(70 - sway), "sinr": round(150 + 4 * sway), "rsrq": -9 - (step // 7) % 3}
+    first = {"rsrp": round(-98 + sway), "rsrq": -9 - (step // 7) % 3, "rssi": round(70 - sway),
+             "sinr": round(150 + 4 * sway)}
     second = {"rsrp": round(-86 - sway / 2), "rssi": round(55 + sway / 2), "rsrq": -12 + (step // 11) % 2}
     router.modem("1-1.2").reply("AT+QCSQ", EC25_SIGNAL.format(**first))
     router.modem("1-1.2").reply('AT+QENG="servingcell"', EC25_CELL.format(**first))

@@ -48,8 +48,9 @@ function confirm(title, text, yes) {
 
 function signIn(reason) {
 	const problem = el('p', { class: 'wrong', role: 'alert' });
-	const name = el('input', { id: 'user', autocomplete: 'username', required: true, autocapitalize: 'none', spellcheck: 'false' });
-	const password = el('input', { id: 'password', type: 'password', autocomplete: 'current-password', required: true });
+	const name = el('input', { id: 'user', autocomplete: 'username', required: true, autocapitalize: 'none' });
+	const password = el('input',
+		{ id: 'password', type: 'password', autocomplete: 'current-password', required: true });
 	const button = el('button', { class: 'primary' }, 'Sign in');
 	name.value = 'root';
 	const submit = async (event) => {

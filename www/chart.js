@@ -6,6 +6,7 @@ const WINDOW_MS = 10 * 60 * 1000;
 const GAP_MS = 45 * 1000; // longer than this nothing was measured: the line is broken
 const EDGE = { left: 44, right: 12, top: 12, bottom: 26 };
 const HEIGHT = 190;
+const TIMES = [[10, '10 min ago', 'start'], [5, '5 min ago', 'middle'], [0, 'now', 'end']];
 
 // The points of the window, in runs without a gap.
 function runs(history, now) {
@@ -55,6 +56,8 @@ function draw(frame, parts, width, height, edge, history, range, now) {
 	return { low, high, x, y, values };
 }
 
+const label = (x, y, anchor, text) => svg('text', { class: 'tick', x, y, 'text-anchor': anchor }, text);
+
 // A chart that fills the width of its place; `update` takes the history (pairs of time and value, in order) and what
 // is charted (words.js).
 export function chart() {
@@ -76,14 +79,15 @@ export function chart() {
 		for (let value = low; value <= high + 0.01; value += step) {
 			const line = Math.round(y(value)) + 0.5;
 			axes.push(svg('line', { class: 'grid', x1: EDGE.left, x2: width - EDGE.right, y1: line, y2: line }),
-				svg('text', { class: 'tick', x: EDGE.left - 8, y: line + 4, 'text-anchor': 'end' }, figure(Math.round(value))));
+				label(EDGE.left - 8, line + 4, 'end', figure(Math.round(value))));
 		}
-		for (const [minutes, text, anchor] of [[10, '10 min ago', 'start'], [5, '5 min ago', 'middle'], [0, 'now', 'end']]) {
-			axes.push(svg('text', { class: 'tick', x: x(now - minutes * 60000), y: HEIGHT - 6, 'text-anchor': anchor }, text));
+		for (const [minutes, text, anchor] of TIMES) {
+			axes.push(label(x(now - minutes * 60000), HEIGHT - 6, anchor, text));
 		}
 		frame.prepend(...axes);
 		const spread = values.length
-			? `between ${figure(Math.min(...values))} and ${figure(Math.max(...values), unit)}, now ${figure(values.at(-1), unit)}`
+			? `between ${figure(Math.min(...values))} and ${figure(Math.max(...values), unit)}, `
+				+ `now ${figure(values.at(-1), unit)}`
 			: 'nothing measured yet';
 		frame.setAttribute('aria-label', `${name} in the last ten minutes: ${spread}`);
 	}

@@ -17,9 +17,10 @@ function fill(node, properties, children) {
 	return node;
 }
 
-// An element: functions among the properties are listeners of that event, booleans are attributes that are there or not.
+// An element: of its properties, functions listen to that event, and booleans are attributes that are there or not.
 export const el = (tag, properties = {}, ...children) => fill(document.createElement(tag), properties, children);
-export const svg = (tag, properties = {}, ...children) => fill(document.createElementNS(SVG, tag), properties, children);
+export const svg = (tag, properties = {}, ...children) =>
+	fill(document.createElementNS(SVG, tag), properties, children);
 
 // Sets a text only where it changes, so that screen readers hear of changes alone.
 export function say(node, text) {

@@ -35,7 +35,8 @@ function inbox({ tell, fail, confirm }) {
 		const read = el('button', { type: 'button', class: 'quiet', click: () =>
 			run(read, 'sms_status', 'The message is marked as read.', () => remove.focus()) }, 'Mark as read');
 		const remove = el('button', { type: 'button', class: 'quiet danger', click: async () => {
-			if (await confirm('Delete this message?', `The message from ${from.textContent} cannot be brought back.`, 'Delete')) {
+			const text = `The message from ${from.textContent} cannot be brought back.`;
+			if (await confirm('Delete this message?', text, 'Delete')) {
 				await run(remove, 'sms_delete', 'The message has been deleted.', () => heading.focus());
 			}
 		} }, 'Delete');
@@ -51,7 +52,8 @@ function inbox({ tell, fail, confirm }) {
 			read.hidden = !unread || !may('sms_status');
 			remove.hidden = !may('sms_delete');
 			for (const button of [read, remove]) {
-				button.setAttribute('aria-label', `${button.textContent}: message from ${sender(now)}, ${when(now.time)}`);
+				button.setAttribute('aria-label',
+					`${button.textContent}: message from ${sender(now)}, ${when(now.time)}`);
 			}
 		};
 		return node;
@@ -70,8 +72,8 @@ function inbox({ tell, fail, confirm }) {
 }
 
 function writing({ tell, fail }) {
-	const number = el('input', { id: 'number', type: 'tel', autocomplete: 'tel', required: true, 'aria-describedby': 'number-hint',
-		maxlength: '30' });
+	const number = el('input',
+		{ id: 'number', type: 'tel', autocomplete: 'tel', required: true, 'aria-describedby': 'number-hint' });
 	const text = el('textarea', { id: 'text', rows: '5', required: true, 'aria-describedby': 'room' });
 	const room = el('p', { id: 'room', class: 'subtle' });
 	const wrong = el('p', { class: 'wrong', role: 'alert' });
@@ -84,7 +86,8 @@ function writing({ tell, fail }) {
 	const submit = async (event) => {
 		event.preventDefault();
 		const { valid, left, request } = outgoing(number.value, text.value);
-		say(wrong, !valid ? 'The number may have digits only, and a + before them.' : !request.message ? 'There is no text to send.'
+		say(wrong, !valid ? 'The number may have digits only, and a + before them.'
+			: !request.message ? 'There is no text to send.'
 			: left < 0 ? 'The text is too long for one message.' : '');
 		if (wrong.textContent) {
 			(valid ? text : number).focus();

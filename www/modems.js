@@ -35,7 +35,7 @@ function chip() {
 }
 
 const level = (modem) => (Number.isInteger(modem.status.signal) ? Math.min(Math.max(modem.status.signal, 0), 4) : 0);
-const hasSignal = (modem) => !modem.gone && (modem.status.signal != null || (modem.status.signal_info ?? []).length > 0);
+const hasSignal = ({ gone, status }) => !gone && (status.signal != null || status.signal_info?.length > 0);
 const mainFigure = (modem) =>
 	words.measurements(modem.status.signal_info?.[0] ?? {}, modem.identity)
 		.find(({ key }) => key === (modem.quantity?.name ?? '').toLowerCase());
@@ -111,8 +111,7 @@ export function overview() {
 		update() {
 			empty.hidden = !state.refreshed || state.modems.size > 0;
 			hint.hidden = !state.hint;
-			say(hint, state.hint ? `Wi-Fi channel ${state.hint} would be disturbed less by the band of this modem than the channel `
-				+ 'that is set now.' : '');
+			say(hint, `The modem's band would disturb Wi-Fi channel ${state.hint} less than the present one.`);
 			each(list, [...state.modems.values()], ({ bus }) => bus, card, (node, modem) => node.update(modem));
 		},
 	};
@@ -122,17 +121,19 @@ export function overview() {
 
 function measures() {
 	const node = el('dl', { class: 'measures' });
-	const make = () => el('div', {}, el('dt'), el('dd', {}, el('span', { class: 'value' }), el('span', { class: 'grade' })));
+	const make = () =>
+		el('div', {}, el('dt'), el('dd', {}, el('span', { class: 'value' }), el('span')));
 	return {
 		node,
 		update(modem) {
-			const rows = (modem.status.signal_info ?? []).flatMap((signal) => words.measurements(signal, modem.identity));
+			const signals = modem.status.signal_info ?? [];
+			const rows = signals.flatMap((signal) => words.measurements(signal, modem.identity));
 			each(node, rows, ({ key }) => key, make, (row, measure) => {
 				const [value, grade] = row.lastChild.children;
 				say(row.firstChild, measure.name);
 				say(value, measure.text);
 				say(grade, measure.grade ? words.word(measure.grade) : '');
-				grade.className = `grade level-${measure.grade}`;
+				grade.className = `level-${measure.grade}`;
 			});
 		},
 	};
@@ -158,15 +159,16 @@ function cellTable() {
 		el('thead', {}, el('tr', {}, ...head)), body);
 	const place = el('div', { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': 'Table of cells' }, table);
 	const why = el('p', { class: 'subtle' });
-	const make = () => el('tr', {}, el('th', { scope: 'row' }), ...COLUMNS.slice(1).map(([, , kind]) => el('td', { class: kind })));
+	const make = () =>
+		el('tr', {}, el('th', { scope: 'row' }), ...COLUMNS.slice(1).map(([, , kind]) => el('td', { class: kind })));
 	return {
 		nodes: [list, place, why],
 		update(modem) {
 			const cells = (modem.cells || []).map(words.cellOf);
 			const serving = cells.find(({ serving: is, id }) => is && id) ?? cells.find(({ serving: is }) => is);
 			facts(list, serving ? [
-				['Technology', serving.technology], ['Network', serving.network], ['Cell ID', serving.id], ['Area', serving.area],
-				['Bandwidth', serving.width], ['State', serving.state],
+				['Technology', serving.technology], ['Network', serving.network], ['Cell ID', serving.id],
+				['Area', serving.area], ['Bandwidth', serving.width], ['State', serving.state],
 			] : []);
 			list.hidden = !serving;
 			place.hidden = cells.length === 0;
@@ -196,7 +198,8 @@ function actions(bus, { tell, fail, confirm }) {
 			await change(bus, doing, method, args(state.modems.get(bus)));
 			tell(done);
 		} catch (problem) {
-			fail(problem, problem.kind === 'timeout' ? `${doing} takes long. Its state here will tell how it ends.` : '');
+			fail(problem,
+				problem.kind === 'timeout' ? `${doing} takes long. Its state here will tell how it ends.` : '');
 		}
 	};
 	const connect = el('button', { type: 'button', class: 'primary',
@@ -205,7 +208,8 @@ function actions(bus, { tell, fail, confirm }) {
 		click: run('Connecting', 'The settings that fit the SIM card are being tried.', 'auto',
 			({ identity }) => ({ modem_id: identity.modem_id })) }, 'Connect with automatic settings');
 	const disconnect = el('button', { type: 'button',
-		click: run('Disconnecting', 'The connection has been taken down.', 'enable', () => ({ disable: true })) }, 'Disconnect');
+		click: run('Disconnecting', 'The connection has been taken down.', 'enable', () => ({ disable: true })),
+	}, 'Disconnect');
 	const restart = run('Restarting', 'The modem has been restarted.', 'reset',
 		({ identity }) => ({ modem_id: identity.modem_id, disable: false }));
 	const reset = el('button', { type: 'button', class: 'danger', click: async () => {
@@ -244,7 +248,8 @@ export function oneModem(bus, tools) {
 	const curve = chart();
 	const why = el('p', { class: 'why' });
 	const chartTitle = el('h3', {});
-	const shownSignal = el('div', {}, el('div', { class: 'signal' }, signal.node, wordOf), measured.node, chartTitle, curve.node);
+	const shownSignal = el('div', {},
+		el('div', { class: 'signal' }, signal.node, wordOf), measured.node, chartTitle, curve.node);
 	const linkFacts = el('dl', { class: 'facts' });
 	const modemFacts = el('dl', { class: 'facts' });
 	const cells = cellTable();
@@ -285,7 +290,8 @@ export function oneModem(bus, tools) {
 				measured.update(modem);
 				chartTitle.hidden = curve.node.hidden = !modem.quantity;
 				if (modem.quantity) {
-					say(chartTitle, `${modem.quantity.name}${modem.quantity.unit && ` in ${modem.quantity.unit}`}, last ten minutes`);
+					const { name, unit } = modem.quantity;
+					say(chartTitle, `${name}${unit && ` in ${unit}`}, last ten minutes`);
 					curve.update(modem.history, modem.quantity);
 				}
 			}

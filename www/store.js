@@ -48,7 +48,8 @@ export function forget() {
 }
 
 // The id of any modem, where a method wants one and it does not matter which.
-const anyModem = () => [...state.modems.values()].find((modem) => modem.identity.modem_id != null)?.identity.modem_id ?? 0;
+const anyModem = () =>
+	[...state.modems.values()].map(({ identity }) => identity.modem_id).find((id) => id != null) ?? 0;
 
 async function modemsOf(method) {
 	try {

@@ -9,7 +9,6 @@ const PERMISSION_DENIED = 6;
 const TIMED_OUT = 7;
 
 const STATUSES = {
-	2: 'The router refused the request as invalid.',
 	3: 'The router does not know this request. Is the package up to date?',
 	4: 'The modem service is not on the bus. Is vela-modem-rpcd installed and rpcd running?',
 };
@@ -18,7 +17,6 @@ const CODES = {
 	'-17': 'This modem does not support it, or refused it.',
 	'-250': 'The modem is not there.',
 	'-251': 'The request was incomplete.',
-	'-253': 'No connection came about.',
 	'-255': 'The modem did not answer.',
 	'-259': 'The message is no longer there.',
 };

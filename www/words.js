@@ -42,7 +42,8 @@ const clean = (value) => String(value ?? '').trim();
 const row = (table, key) => (Object.hasOwn(table, key) ? table[key] : undefined);
 
 // A measurement as a number; NaN for what is none. Some modems put two minus signs before it.
-export const measured = (value) => (/^-{0,2}\d+(\.\d+)?$/.test(clean(value)) ? Number(clean(value).replace('--', '-')) : NaN);
+export const measured = (value) =>
+	(/^-{0,2}\d+(\.\d+)?$/.test(clean(value)) ? Number(clean(value).replace('--', '-')) : NaN);
 
 // With a real minus sign; what is no number as it was sent.
 export function figure(value, unit = '') {
@@ -61,8 +62,8 @@ export const hasIndexes = (identity) => TELLS_INDEXES.includes(identity.modem_id
 // The measurements of one signal object: name, value with unit, grade 1 to 4 (0: not graded).
 export function measurements(signal, identity) {
 	const table = signal.type === 'LTE' ? LTE : OTHERS;
-	const keys = [...Object.keys(table), ...Object.keys(signal).filter((key) => key !== 'type' && !Object.hasOwn(table, key))];
-	return keys.filter((key) => figure(signal[key]) !== '').map((key) => {
+	const keys = new Set([...Object.keys(table), ...Object.keys(signal)]);
+	return [...keys].filter((key) => key !== 'type' && figure(signal[key]) !== '').map((key) => {
 		const known = Object.hasOwn(table, key) && !(hasIndexes(identity) && key !== 'rssi');
 		const [name, unit, limits] = known ? table[key] : [key.toUpperCase(), ''];
 		const value = measured(signal[key]);
@@ -108,7 +109,8 @@ export function when(text) {
 	}
 	const [year, month, day, hour, minute] = parts.slice(1).map(Number);
 	return new Date(2000 + year, month - 1, day, hour, minute)
-		.toLocaleString('en-GB', { day: 'numeric', month: 'short', year: 'numeric', hour: '2-digit', minute: '2-digit' });
+		.toLocaleString('en-GB',
+			{ day: 'numeric', month: 'short', year: 'numeric', hour: '2-digit', minute: '2-digit' });
 }
 
 const CELL_STATES = { NOCONN: 'Idle', CONNECT: 'In use', LIMSRV: 'Limited service', SEARCH: 'Searching' };

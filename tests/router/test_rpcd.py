@@ -147,7 +147,14 @@ def test_each_method_is_in_exactly_one_of_the_two_roles():
     read, write = (ACL[role]["ubus"]["vela_modem"] for role in ("read", "write"))
     assert sorted(read + write) == sorted(METHODS)
     assert set(ACL) == {"description", "read", "write"}
-    assert {key for role in ("read", "write") for key in (*ACL[role], *ACL[role]["ubus"])} == {"ubus", "vela_modem"}
+    assert set(ACL["read"]) == set(ACL["write"]) == {"ubus"}
+    assert set(ACL["write"]["ubus"]) == {"vela_modem"}
+
+
+def test_who_may_look_may_also_sign_out():
+    # A session is the web server's to name, so it ends no other one.
+    assert set(ACL["read"]["ubus"]) == {"session", "vela_modem"}
+    assert ACL["read"]["ubus"]["session"] == ["destroy"]
 
 
 def test_what_a_status_page_may_read_is_what_these_tests_take_for_reading():

@@ -5,7 +5,8 @@ import { ask, button, eventually, openSignedIn, shows, useStage } from './stage.
 
 useStage();
 
-const sent = async () => (await ask('programs')).filter(([name]) => name.endsWith('sendsms')).map((argv) => argv.slice(1));
+const sent = async () =>
+  (await ask('programs')).filter(([name]) => name.endsWith('sendsms')).map((argv) => argv.slice(1));
 
 describe('a link', () => {
   test('is made and taken down', async (t) => {
@@ -50,14 +51,18 @@ describe('a restart', () => {
     assert.equal(await button(page, 'Disconnect').getAttribute('aria-disabled'), 'true');
     await shows(page, 'The modem has been restarted.');
     assert.ok((await ask('calls')).includes('reset'));
-    await eventually(async () => await button(page, 'Disconnect').getAttribute('aria-disabled') === 'false', 'the buttons');
+    await eventually(
+      async () => (await button(page, 'Disconnect').getAttribute('aria-disabled')) === 'false',
+      'the buttons',
+    );
   });
 });
 
 test('what takes longer than the router waits is not called a failure', async (t) => {
   const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
-  await page.route('**/ubus', (route) => (route.request().postDataJSON().params[2] === 'reset'
-    ? route.fulfill({ json: { result: [7] } }) : route.continue()));
+  await page.route('**/ubus', (route) =>
+    route.request().postDataJSON().params[2] === 'reset' ? route.fulfill({ json: { result: [7] } }) : route.continue(),
+  );
   await button(page, 'Restart…').click();
   await page.getByRole('dialog').getByRole('button', { name: 'Restart' }).click();
   await page.getByRole('alert').getByText('Restarting takes long. Its state here will tell how it ends.').waitFor();
@@ -70,7 +75,10 @@ describe('a message', () => {
     await shows(page, 'The message is marked as read.');
     assert.deepEqual(await ask('spool'), { incoming: ['VMS99.p81sQx'], storage: ['VMS99.aa17Lm', 'VMS99.k3Yt0w'] });
     await shows(page, '1 new');
-    assert.match(await page.evaluate(() => document.activeElement.getAttribute('aria-label')), /^Delete: .*491700000001/);
+    assert.match(
+      await page.evaluate(() => document.activeElement.getAttribute('aria-label')),
+      /^Delete: .*491700000001/,
+    );
   });
 
   test('is deleted once that is confirmed', async (t) => {
@@ -100,8 +108,12 @@ describe('a message', () => {
   for (const [name, number, text, expected] of [
     ['abroad', '+49 170 000 0018', '10 € on Friday?', ['+491700000018', '10 € on Friday?', 'international']],
     ['at home', '0170 0000018', 'two\nlines', ['01700000018', 'two\nlines', 'national']],
-    ['with quotes in it', '+491700000018', `it's 'quoted'; reboot #"$(reboot)`,
-      ['+491700000018', `it's 'quoted'; reboot #"$(reboot)`, 'international']],
+    [
+      'with quotes in it',
+      '+491700000018',
+      `it's 'quoted'; reboot #"$(reboot)`,
+      ['+491700000018', `it's 'quoted'; reboot #"$(reboot)`, 'international'],
+    ],
   ]) {
     test(`${name} is handed to the router's script as it was typed`, async (t) => {
       const page = await openSignedIn(t, { hash: '#/messages' });

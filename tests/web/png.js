@@ -101,6 +101,11 @@ export function smaller(png) {
   });
   header[9] = 3; // a palette
   const colours = Buffer.concat(palette.map((colour) => Buffer.from([colour >> 16, colour >> 8, colour])));
-  return Buffer.concat([SIGNATURE, chunk('IHDR', header), chunk('PLTE', colours),
-    chunk('IDAT', deflateSync(rows, { level: 9, memLevel: 9 })), chunk('IEND', Buffer.alloc(0))]);
+  return Buffer.concat([
+    SIGNATURE,
+    chunk('IHDR', header),
+    chunk('PLTE', colours),
+    chunk('IDAT', deflateSync(rows, { level: 9, memLevel: 9 })),
+    chunk('IEND', Buffer.alloc(0)),
+  ]);
 }

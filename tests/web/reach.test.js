@@ -27,7 +27,10 @@ async function tabTo(page, text) {
 async function checkWithAxe(page) {
   await page.evaluate(axe);
   const { violations } = await page.evaluate(() => globalThis.axe.run());
-  assert.deepEqual(violations.map(({ id, nodes }) => [id, ...nodes.map(({ html }) => html)]), []);
+  assert.deepEqual(
+    violations.map(({ id, nodes }) => [id, ...nodes.map(({ html }) => html)]),
+    [],
+  );
 }
 
 // Nothing is cut off or has to be scrolled to at the side, and what is pressed is large enough for a finger.
@@ -35,8 +38,10 @@ async function checkFits(page) {
   const { width, inner, small } = await page.evaluate(() => ({
     width: document.documentElement.scrollWidth,
     inner: innerWidth,
-    small: [...document.querySelectorAll('button, input, nav a')].filter((one) => one.checkVisibility())
-      .filter((one) => one.getBoundingClientRect().height < 44).map((one) => one.textContent),
+    small: [...document.querySelectorAll('button, input, nav a')]
+      .filter((one) => one.checkVisibility())
+      .filter((one) => one.getBoundingClientRect().height < 44)
+      .map((one) => one.textContent),
   }));
   assert.ok(width <= inner, `${width} wide in ${inner}`);
   assert.deepEqual(small, []);
@@ -59,13 +64,19 @@ test('the policy of the page forbids scripts, styles and requests from elsewhere
     const script = document.createElement('script');
     script.textContent = 'document.body.dataset.ran = "yes"';
     document.body.append(script);
-    const elsewhere = await fetch('data:text/plain,x').then(() => 'asked', () => 'refused');
+    const elsewhere = await fetch('data:text/plain,x').then(
+      () => 'asked',
+      () => 'refused',
+    );
     return [document.body.dataset.ran, elsewhere];
   });
   assert.deepEqual(ran, [undefined, 'refused']);
 });
 
-for (const [name, size, scheme] of [['a wide light screen', WIDE, 'light'], ['a dark phone', PHONE, 'dark']]) {
+for (const [name, size, scheme] of [
+  ['a wide light screen', WIDE, 'light'],
+  ['a dark phone', PHONE, 'dark'],
+]) {
   describe(`on ${name}`, () => {
     const options = { size, scheme };
     test('the form to sign in can be read and used by all', async (t) => {
@@ -148,8 +159,10 @@ test('what is not new is not said again, and the focus stays where it is while t
   await page.getByLabel('Text').focus();
   await page.evaluate(() => {
     globalThis.said = [];
-    new MutationObserver((changes) => globalThis.said.push(...changes.map(({ target }) => target.textContent)))
-      .observe(document.querySelector('.notices'), { subtree: true, childList: true, characterData: true });
+    new MutationObserver((changes) => globalThis.said.push(...changes.map(({ target }) => target.textContent))).observe(
+      document.querySelector('.notices'),
+      { subtree: true, childList: true, characterData: true },
+    );
   });
   await page.clock.fastForward(10500);
   await page.waitForResponse('**/ubus');

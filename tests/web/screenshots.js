@@ -23,9 +23,14 @@ async function picture(name, { at, rounds = ROUNDS, ...options }) {
     await ask('signal', { step: round });
     await nextRound(page);
   }
-  await page.evaluate((hash) => { location.hash = hash; }, at);
+  await page.evaluate((hash) => {
+    location.hash = hash;
+  }, at);
   if (at !== '#/') {
-    await page.locator(at === '#/messages' ? '.messages li' : 'tbody tr').first().waitFor();
+    await page
+      .locator(at === '#/messages' ? '.messages li' : 'tbody tr')
+      .first()
+      .waitFor();
   }
   const image = smaller(await page.screenshot({ animations: 'disabled', caret: 'hide' }));
   assert.ok(image.length <= LARGEST, `${name} is too large: ${image.length}`);

@@ -84,7 +84,10 @@ export async function open(t, { size = WIDE, scheme = 'light', hash = '', expect
   page.on('requestfailed', over);
   t.after(async () => {
     await context.close();
-    assert.deepEqual(complaints.filter((text) => !expected.some((pattern) => pattern.test(text))), []);
+    assert.deepEqual(
+      complaints.filter((text) => !expected.some((pattern) => pattern.test(text))),
+      [],
+    );
     assert.deepEqual(strangers, []);
     assert.ok(together <= 1, `${together} questions at once`);
   });
@@ -130,5 +133,9 @@ export async function nextRound(page) {
 
 // The pairs of a list of facts in the section with this heading.
 export const factsOf = (page, section) =>
-  page.getByRole('region', { name: section, exact: true }).locator('.facts > div').evaluateAll((rows) =>
-    Object.fromEntries(rows.map((row) => [row.querySelector('dt').textContent, row.querySelector('dd').textContent])));
+  page
+    .getByRole('region', { name: section, exact: true })
+    .locator('.facts > div')
+    .evaluateAll((rows) =>
+      Object.fromEntries(rows.map((row) => [row.querySelector('dt').textContent, row.querySelector('dd').textContent])),
+    );

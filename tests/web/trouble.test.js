@@ -2,14 +2,25 @@
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
 import {
-  ROUND_MS, ask, button, eventually, nextRound, open, openSignedIn, shows, showsNot, signIn, useStage,
+  ROUND_MS,
+  ask,
+  button,
+  eventually,
+  nextRound,
+  open,
+  openSignedIn,
+  shows,
+  showsNot,
+  signIn,
+  useStage,
 } from './stage.js';
 
 useStage();
 
 const MARKUP = '<img src=x onerror="document.title=\'hit\'"><script>document.title="hit"</script><b>bold</b>&lt;i&gt;';
-const message = (from, text) => `From: ${from}\nFrom_TOA: 91 international, ISDN/telephone\nSent: 26-11-21 10:00:00\n`
-  + `Alphabet: UTF-8\n\n${text}\n`;
+const message = (from, text) =>
+  `From: ${from}\nFrom_TOA: 91 international, ISDN/telephone\nSent: 26-11-21 10:00:00\n` +
+  `Alphabet: UTF-8\n\n${text}\n`;
 
 // Nothing of the markup has become part of the document.
 async function isHarmless(page) {
@@ -20,7 +31,10 @@ async function isHarmless(page) {
 describe('texts from outside are shown as they are', () => {
   test('in a message', async (t) => {
     const page = await openSignedIn(t, { hash: '#/messages' });
-    await ask('write', { path: '/etc/spool/sms/incoming/VMS99.evil', text: message('<u>Bank</u>', `${MARKUP}\n${MARKUP}`) });
+    await ask('write', {
+      path: '/etc/spool/sms/incoming/VMS99.evil',
+      text: message('<u>Bank</u>', `${MARKUP}\n${MARKUP}`),
+    });
     await nextRound(page);
     const item = page.locator('.messages li').first();
     assert.equal(await item.locator('.from').textContent(), '<u>Bank</u>');
@@ -34,7 +48,10 @@ describe('texts from outside are shown as they are', () => {
 
   test('however long a word of a message is, and whatever its name', async (t) => {
     const page = await openSignedIn(t, { hash: '#/messages', size: { width: 320, height: 640 } });
-    await ask('write', { path: '/etc/spool/sms/incoming/VMS99."><b>', text: message('W'.repeat(200), 'W'.repeat(600)) });
+    await ask('write', {
+      path: '/etc/spool/sms/incoming/VMS99."><b>',
+      text: message('W'.repeat(200), 'W'.repeat(600)),
+    });
     await nextRound(page);
     assert.equal(await page.locator('.messages li').first().locator('.body').textContent(), 'W'.repeat(600));
     assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth));
@@ -44,8 +61,13 @@ describe('texts from outside are shown as they are', () => {
   test('in what a modem says of itself, of its operator and of its cells', async (t) => {
     await ask('write', { path: '/tmp/modem.1-1.2/modem-name', text: MARKUP.slice(0, 60) });
     const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
-    await ask('reply', { bus: '1-1.2', command: 'AT+QENG="servingcell"', text: '\n+QENG: "servingcell","<b>x</b>","LTE","FDD",262,'
-      + '<i>2</i>,<b>1</b>,__proto__,constructor,<b>3</b>,5,5,toString,-98,-9,-70,13,29\n\nOK\n' });
+    await ask('reply', {
+      bus: '1-1.2',
+      command: 'AT+QENG="servingcell"',
+      text:
+        '\n+QENG: "servingcell","<b>x</b>","LTE","FDD",262,' +
+        '<i>2</i>,<b>1</b>,__proto__,constructor,<b>3</b>,5,5,toString,-98,-9,-70,13,29\n\nOK\n',
+    });
     await nextRound(page);
     const row = await page.locator('tbody tr').first().innerText();
     assert.deepEqual(row.split(/\s+/).slice(1, 4), ['<b>3</b>', 'constructor', '__proto__']);
@@ -132,7 +154,10 @@ describe('who may only look', () => {
     await shows(page, 'Your data volume is 10 GB.');
     assert.deepEqual(await page.getByRole('button').allTextContents(), ['Sign out']);
     const calls = await ask('calls');
-    assert.deepEqual(calls.filter((name) => !['info', 'app_brief_info', 'cells_get', 'sms_list'].includes(name)), []);
+    assert.deepEqual(
+      calls.filter((name) => !['info', 'app_brief_info', 'cells_get', 'sms_list'].includes(name)),
+      [],
+    );
   });
 });
 
@@ -149,10 +174,18 @@ describe('a router that does not answer', () => {
   });
 
   for (const [name, reply, told] of [
-    ['has an error of its own', { status: 502, body: 'Bad Gateway' }, 'The web server of the router answered with 502.'],
+    [
+      'has an error of its own',
+      { status: 502, body: 'Bad Gateway' },
+      'The web server of the router answered with 502.',
+    ],
     ['sends something else', { body: '<html>' }, 'The router does not answer.'],
     ['takes too long', { json: { result: [7] } }, 'The modem took too long to answer.'],
-    ['has no such method', { json: { result: [3] } }, 'The router does not know this request. Is the package up to date?'],
+    [
+      'has no such method',
+      { json: { result: [3] } },
+      'The router does not know this request. Is the package up to date?',
+    ],
     ['fails without a word', { json: { result: [9] } }, 'The router could not do it (status 9).'],
   ]) {
     test(`or ${name}, says so`, async (t) => {
@@ -189,7 +222,7 @@ describe('asking', () => {
       delete document.hidden;
       document.dispatchEvent(new Event('visibilitychange'));
     });
-    await eventually(async () => await page.locator('#fresh').textContent() !== before, 'the questions on return');
+    await eventually(async () => (await page.locator('#fresh').textContent()) !== before, 'the questions on return');
     assert.deepEqual(await ask('calls'), ['info']); // after more than a minute
     await page.getByRole('link', { name: 'EC25' }).click();
     await page.getByRole('rowheader', { name: 'Serving' }).waitFor();

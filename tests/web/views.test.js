@@ -29,10 +29,16 @@ describe('signing in', () => {
     await button(page, 'Sign out').click();
     await shows(page, 'You have signed out.');
     assert.equal(await page.evaluate(() => sessionStorage.getItem('vela_modem.session')), null);
-    const call = (id) => page.evaluate(async (session) => {
-      const body = JSON.stringify({ jsonrpc: '2.0', id: 1, method: 'call', params: [session, 'vela_modem', 'info', {}] });
-      return (await (await fetch('/ubus', { method: 'POST', body })).json()).error?.code;
-    }, id);
+    const call = (id) =>
+      page.evaluate(async (session) => {
+        const body = JSON.stringify({
+          jsonrpc: '2.0',
+          id: 1,
+          method: 'call',
+          params: [session, 'vela_modem', 'info', {}],
+        });
+        return (await (await fetch('/ubus', { method: 'POST', body })).json()).error?.code;
+      }, id);
     await eventually(async () => (await call(sid)) === -32002, 'the end of the session');
   });
 });
@@ -43,11 +49,26 @@ describe('all modems', () => {
     const cards = page.locator('.modem');
     assert.equal(await cards.count(), 2);
     const [first, second] = [await cards.nth(0).innerText(), await cards.nth(1).innerText()];
-    for (const text of ['EC25', `Vodafone.de · 4G · Bus 1${HYPHEN}1.2`, 'Connected', 'Good', `${MINUS}98 dBm`, 'Ready', 'Reached',
-      '10.60.0.17']) {
+    for (const text of [
+      'EC25',
+      `Vodafone.de · 4G · Bus 1${HYPHEN}1.2`,
+      'Connected',
+      'Good',
+      `${MINUS}98 dBm`,
+      'Ready',
+      'Reached',
+      '10.60.0.17',
+    ]) {
       assert.ok(first.includes(text), `${text} in ${first}`);
     }
-    for (const text of ['EP06', `WINDTRE · 4G+ · Bus 2${HYPHEN}1.2`, 'Not connected', 'Good', `${MINUS}86 dBm`, 'Ready']) {
+    for (const text of [
+      'EP06',
+      `WINDTRE · 4G+ · Bus 2${HYPHEN}1.2`,
+      'Not connected',
+      'Good',
+      `${MINUS}86 dBm`,
+      'Ready',
+    ]) {
       assert.ok(second.includes(text), `${text} in ${second}`);
     }
     assert.ok(!second.includes('Address'));
@@ -84,45 +105,79 @@ describe('one modem', () => {
     await page.getByRole('link', { name: 'EC25' }).click();
     await page.getByRole('heading', { level: 1, name: 'EC25' }).waitFor();
     assert.equal(await page.title(), 'EC25 – vela_modem');
-    const measures = await page.locator('.measures > div').evaluateAll((rows) => rows.map((row) => row.innerText.split('\n')));
-    assert.deepEqual(measures.map((row) => row.filter(Boolean)), [
-      ['RSRP', `${MINUS}98 dBm`, 'Good'], ['RSRQ', `${MINUS}9 dB`, 'Very good'], ['SINR', '15 dB', 'Good'],
-      ['RSSI', `${MINUS}70 dBm`, 'Good'],
-    ]);
+    const measures = await page
+      .locator('.measures > div')
+      .evaluateAll((rows) => rows.map((row) => row.innerText.split('\n')));
+    assert.deepEqual(
+      measures.map((row) => row.filter(Boolean)),
+      [
+        ['RSRP', `${MINUS}98 dBm`, 'Good'],
+        ['RSRQ', `${MINUS}9 dB`, 'Very good'],
+        ['SINR', '15 dB', 'Good'],
+        ['RSSI', `${MINUS}70 dBm`, 'Good'],
+      ],
+    );
     assert.deepEqual(await factsOf(page, 'Device'), {
-      Model: 'EC25', Firmware: 'EC25EFAR06A03M4G', IMEI: '350000000000017', Place: `Bus 1${HYPHEN}1.2`,
-      'AT port': '/dev/ttyUSB2', 'Data port': '/dev/ttyUSB3', 'QMI port': '/dev/cdc-wdm0',
+      Model: 'EC25',
+      Firmware: 'EC25EFAR06A03M4G',
+      IMEI: '350000000000017',
+      Place: `Bus 1${HYPHEN}1.2`,
+      'AT port': '/dev/ttyUSB2',
+      'Data port': '/dev/ttyUSB3',
+      'QMI port': '/dev/cdc-wdm0',
     });
     assert.deepEqual(await factsOf(page, 'Connection'), {
-      State: 'Connected', Operator: 'Vodafone.de', Generation: '4G', 'SIM card': 'Ready', Internet: 'Reached',
-      Address: '10.60.0.17', Gateway: '10.60.0.18', Received: '54.0 MB', Sent: '4.2 MB',
+      State: 'Connected',
+      Operator: 'Vodafone.de',
+      Generation: '4G',
+      'SIM card': 'Ready',
+      Internet: 'Reached',
+      Address: '10.60.0.17',
+      Gateway: '10.60.0.18',
+      Received: '54.0 MB',
+      Sent: '4.2 MB',
     });
   });
 
   test('its cells are a table: the serving one first, with its neighbours', async (t) => {
     const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
     await page.getByRole('cell', { name: '396' }).first().waitFor();
-    const rows = await page.locator('tbody tr').evaluateAll((all) => all.map((row) => [...row.cells].map((one) => one.textContent)));
+    const rows = await page
+      .locator('tbody tr')
+      .evaluateAll((all) => all.map((row) => [...row.cells].map((one) => one.textContent)));
     assert.equal(rows.length, 7);
     assert.deepEqual(rows[0], ['Serving', 'B3', '1250', '193', `${MINUS}98`, `${MINUS}9`, '13']);
     assert.deepEqual(rows[2], ['Neighbour', '–', '1250', '396', '–', '–', '–']);
     assert.deepEqual(await factsOf(page, 'Cells'), {
-      Technology: 'LTE', Network: '262-02', 'Cell ID': '2A1B21', Area: '2A1C', Bandwidth: '20 MHz', State: 'Idle',
+      Technology: 'LTE',
+      Network: '262-02',
+      'Cell ID': '2A1B21',
+      Area: '2A1C',
+      Bandwidth: '20 MHz',
+      State: 'Idle',
     });
   });
 
   test('carriers that are bundled are rows of their own', async (t) => {
     const page = await openSignedIn(t, { hash: '#/modem/2-1.2' });
     await page.getByRole('rowheader', { name: 'Carrier 2' }).waitFor();
-    const rows = await page.locator('tbody tr').evaluateAll((all) => all.map((row) => row.innerText.split(/\s+/).slice(0, 4)));
-    assert.deepEqual(rows.slice(0, 2), [['Carrier', '1', 'B7', '3350'], ['Carrier', '2', 'B3', '1500']]);
+    const rows = await page
+      .locator('tbody tr')
+      .evaluateAll((all) => all.map((row) => row.innerText.split(/\s+/).slice(0, 4)));
+    assert.deepEqual(rows.slice(0, 2), [
+      ['Carrier', '1', 'B7', '3350'],
+      ['Carrier', '2', 'B3', '1500'],
+    ]);
   });
 
   test('the chart gathers the signal over time and says it in a sentence', async (t) => {
     const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
     const chart = page.getByRole('img', { name: /^RSRP/ });
-    await eventually(async () => (await chart.getAttribute('aria-label')).endsWith(
-      `between ${MINUS}98 and ${MINUS}98 dBm, now ${MINUS}98 dBm`), 'the first value');
+    await eventually(
+      async () =>
+        (await chart.getAttribute('aria-label')).endsWith(`between ${MINUS}98 and ${MINUS}98 dBm, now ${MINUS}98 dBm`),
+      'the first value',
+    );
     await ask('signal', { step: 14 });
     await nextRound(page);
     const label = await chart.getAttribute('aria-label');
@@ -133,8 +188,11 @@ describe('one modem', () => {
 
   test('on a board that has no full report is shown by the shorter ones', async (t) => {
     const page = await open(t);
-    await page.route('**/ubus', (route) => (route.request().postDataJSON().params[2] === 'info'
-      ? route.fulfill({ json: { result: [0, { code: -17 }] } }) : route.continue()));
+    await page.route('**/ubus', (route) =>
+      route.request().postDataJSON().params[2] === 'info'
+        ? route.fulfill({ json: { result: [0, { code: -17 }] } })
+        : route.continue(),
+    );
     await signIn(page);
     await page.getByRole('link', { name: 'EC25EFAR06A03M4G' }).click();
     await page.getByRole('heading', { level: 1, name: 'EC25EFAR06A03M4G' }).waitFor();
@@ -157,11 +215,17 @@ describe('messages', () => {
     await page.getByRole('link', { name: /^Messages/ }).click();
     const items = page.locator('.messages li');
     await items.first().waitFor();
-    const texts = await items.evaluateAll((all) => all.map((one) => one.innerText.split('\n').filter(Boolean).slice(0, 3)));
+    const texts = await items.evaluateAll((all) =>
+      all.map((one) => one.innerText.split('\n').filter(Boolean).slice(0, 3)),
+    );
     assert.deepEqual(texts, [
       ['+491700000001 New', '21 Nov 2026, 09:30', 'Your data volume is 10 GB.'],
       ['+491700000017 New', '20 Nov 2026, 18:04', 'Storage 2: the door was opened at 18:03 and closed at 18:04.'],
-      ['+391700000002', '19 Nov 2026, 07:15', 'Gentile cliente, l\u2019offerta si \u00e8 rinnovata: 100 GB fino al 18 dicembre.'],
+      [
+        '+391700000002',
+        '19 Nov 2026, 07:15',
+        'Gentile cliente, l\u2019offerta si \u00e8 rinnovata: 100 GB fino al 18 dicembre.',
+      ],
     ]);
   });
 });
@@ -177,39 +241,100 @@ describe('the words', () => {
   });
 
   const CASES = [
-    ['figure', ['-109', 'dBm'], `${MINUS}109 dBm`], ['figure', ['--65', 'dBm'], `${MINUS}65 dBm`], ['figure', ['-', 'dB'], ''],
-    ['figure', ['no idea', 'dB'], 'no idea'], ['figure', [undefined, 'dB'], ''], ['figure', ['-14.5', 'dB'], `${MINUS}14.5 dB`],
-    ['volume', ['0'], '0 B'], ['volume', [999], '999 B'], ['volume', ['1234'], '1.2 kB'], ['volume', [5.4e10], '54.0 GB'],
-    ['volume', [''], ''], ['volume', ['many'], ''], ['volume', [2e18], '2000000 TB'],
-    ['when', ['26-01-02 03:04:05\n'], '2 Jan 2026, 03:04'], ['when', ['some day'], 'some day'], ['when', [undefined], ''],
-    ['link', ['constructor'], ['constructor', 'off']], ['word', [-1], 'Unknown'], ['word', [0], 'None'],
-    ['modelName', [{ modem_id: 255, name: ' FM150\r' }], 'FM150'], ['modelName', [{}], 'Modem'],
+    ['figure', ['-109', 'dBm'], `${MINUS}109 dBm`],
+    ['figure', ['--65', 'dBm'], `${MINUS}65 dBm`],
+    ['figure', ['-', 'dB'], ''],
+    ['figure', ['no idea', 'dB'], 'no idea'],
+    ['figure', [undefined, 'dB'], ''],
+    ['figure', ['-14.5', 'dB'], `${MINUS}14.5 dB`],
+    ['volume', ['0'], '0 B'],
+    ['volume', [999], '999 B'],
+    ['volume', ['1234'], '1.2 kB'],
+    ['volume', [5.4e10], '54.0 GB'],
+    ['volume', [''], ''],
+    ['volume', ['many'], ''],
+    ['volume', [2e18], '2000000 TB'],
+    ['when', ['26-01-02 03:04:05\n'], '2 Jan 2026, 03:04'],
+    ['when', ['some day'], 'some day'],
+    ['when', [undefined], ''],
+    ['link', ['constructor'], ['constructor', 'off']],
+    ['word', [-1], 'Unknown'],
+    ['word', [0], 'None'],
+    ['modelName', [{ modem_id: 255, name: ' FM150\r' }], 'FM150'],
+    ['modelName', [{}], 'Modem'],
     // GSM; an NL678E, which tells steps without a unit; a model that tells the level alone; one that tells nothing.
-    ['measurements', [{ type: 'GSM', rssi: '--65' }, {}], [{ key: 'rssi', name: 'RSSI', text: `${MINUS}65 dBm`, grade: 4 }]],
-    ['measurements', [{ rsrp: '50', rssi: '-71', ecno: '' }, { modem_id: 40 }],
-      [{ key: 'rssi', name: 'RSSI', text: `${MINUS}71 dBm`, grade: 3 }, { key: 'rsrp', name: 'RSRP', text: '50', grade: 0 }]],
-    ['charted', [{ signal_info: [{ rsrp: '50', rssi: '-71' }] }, { modem_id: 40 }],
-      { name: 'RSSI', unit: 'dBm', range: [-100, -60], value: -71 }],
+    [
+      'measurements',
+      [{ type: 'GSM', rssi: '--65' }, {}],
+      [{ key: 'rssi', name: 'RSSI', text: `${MINUS}65 dBm`, grade: 4 }],
+    ],
+    [
+      'measurements',
+      [{ rsrp: '50', rssi: '-71', ecno: '' }, { modem_id: 40 }],
+      [
+        { key: 'rssi', name: 'RSSI', text: `${MINUS}71 dBm`, grade: 3 },
+        { key: 'rsrp', name: 'RSRP', text: '50', grade: 0 },
+      ],
+    ],
+    [
+      'charted',
+      [{ signal_info: [{ rsrp: '50', rssi: '-71' }] }, { modem_id: 40 }],
+      { name: 'RSSI', unit: 'dBm', range: [-100, -60], value: -71 },
+    ],
     ['charted', [{ signal: 2 }, { modem_id: 5 }], { name: 'Level', unit: '', range: [0, 4], value: 2 }],
     ['charted', [{ SIM_status: -1 }, {}], null],
   ];
   const CELLS = [
-    [{ type: 'PSS', state: 'Attached', cellid: '0A1B2C3D (169552957)', band: 'B2', bandwidth: '20 MHz', 'rx-chan': '800',
-      'M-rsrp': '-81', rsrq: '-14.0', sinr: '23.8', tac: '7B21 (31521)', rat: 'LTE' },
-    ['Carrier 1', 'B2', '800', '', `${MINUS}81`, `${MINUS}14`, '23.8', '20 MHz', 'Attached']],
-    [{ IsServiceCell: '1', rat: '4G', mcc: '460', mnc: '01', earfcn: '1650', physicalcellId: '21', band: '3', bandwidth: '100',
-      rsrp: '56', rsrq: '24' }, ['Serving', 'B3', '1650', '21', '56', '24', '', '100', '']],
-    [{ type: 'servingcell', rat: 'WCDMA', uarfcn: '10763', psc: '65', rscp: '-73', ecio: '-4', state: 'LIMSRV' },
-      ['Serving', '', '10763', '65', `${MINUS}73`, `${MINUS}4`, '', '', 'Limited service']],
+    [
+      {
+        type: 'PSS',
+        state: 'Attached',
+        cellid: '0A1B2C3D (169552957)',
+        band: 'B2',
+        bandwidth: '20 MHz',
+        'rx-chan': '800',
+        'M-rsrp': '-81',
+        rsrq: '-14.0',
+        sinr: '23.8',
+        tac: '7B21 (31521)',
+        rat: 'LTE',
+      },
+      ['Carrier 1', 'B2', '800', '', `${MINUS}81`, `${MINUS}14`, '23.8', '20 MHz', 'Attached'],
+    ],
+    [
+      {
+        IsServiceCell: '1',
+        rat: '4G',
+        mcc: '460',
+        mnc: '01',
+        earfcn: '1650',
+        physicalcellId: '21',
+        band: '3',
+        bandwidth: '100',
+        rsrp: '56',
+        rsrq: '24',
+      },
+      ['Serving', 'B3', '1650', '21', '56', '24', '', '100', ''],
+    ],
+    [
+      { type: 'servingcell', rat: 'WCDMA', uarfcn: '10763', psc: '65', rscp: '-73', ecio: '-4', state: 'LIMSRV' },
+      ['Serving', '', '10763', '65', `${MINUS}73`, `${MINUS}4`, '', '', 'Limited service'],
+    ],
   ];
   test('the cells of all dialects have the same columns', async (t) => {
     const page = await open(t);
     const rows = await page.evaluate(async (cells) => {
       const { cellOf } = await import('./words.js');
-      return cells.map(([cell]) => cellOf(cell)).map((cell) => ['kind', 'band', 'channel', 'code', 'power', 'quality', 'noise',
-        'width', 'state'].map((key) => cell[key]));
+      return cells
+        .map(([cell]) => cellOf(cell))
+        .map((cell) =>
+          ['kind', 'band', 'channel', 'code', 'power', 'quality', 'noise', 'width', 'state'].map((key) => cell[key]),
+        );
     }, CELLS);
-    assert.deepEqual(rows, CELLS.map(([, row]) => row));
+    assert.deepEqual(
+      rows,
+      CELLS.map(([, row]) => row),
+    );
   });
 
   test('values are written for people', async (t) => {
@@ -218,6 +343,9 @@ describe('the words', () => {
       const words = await import('./words.js');
       return cases.map(([name, values]) => words[name](...values.map((value) => value ?? undefined)));
     }, CASES);
-    assert.deepEqual(written, CASES.map(([, , expected]) => expected));
+    assert.deepEqual(
+      written,
+      CASES.map(([, , expected]) => expected),
+    );
   });
 });
