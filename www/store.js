@@ -194,15 +194,16 @@ export async function refresh({ fully = false } = {}) {
 
 document.addEventListener('visibilitychange', () => (document.hidden ? clearTimeout(timer) : refresh()));
 
-// Does something to a modem, and says so until it is done. Throws the Problem that came of it.
+// Does something to a modem, and says so until what came of it is seen. Throws the Problem that came of it.
 export async function change(bus, doing, method, args) {
 	state.busy.set(bus, doing);
 	listener.changed();
 	try {
 		return await call(method, { bus, ...args });
 	} finally {
+		await refresh({ fully: true });
 		state.busy.delete(bus);
-		refresh({ fully: true });
+		listener.changed();
 	}
 }
 
