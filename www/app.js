@@ -94,9 +94,9 @@ function show() {
 	want(view.needs);
 	heading = el('h1', { tabindex: '-1' }, view.title);
 	failure = el('p', { class: 'card failure', role: 'alert', hidden: true });
-	main.replaceChildren(
+	main.replaceChildren(failure,
 		view.back ? el('a', { class: 'back', href: '#/' }, '‹ All modems') : '',
-		el('div', { class: 'title' }, heading, ...(view.extra ?? [])), failure, ...view.nodes);
+		el('div', { class: 'title' }, heading, ...(view.extra ?? [])), ...view.nodes);
 	for (const link of $('nav').children) {
 		const here = link.hash === (view.back ? '#/' : location.hash || '#/');
 		here ? link.setAttribute('aria-current', 'page') : link.removeAttribute('aria-current');

@@ -54,6 +54,7 @@ export function each(parent, items, key, make, update) {
 // Terms and descriptions from pairs; a pair without a description is left out.
 export function facts(list, pairs) {
 	const shown = pairs.filter(([, value]) => value !== '' && value != null);
+	list.hidden = !shown.length;
 	each(list, shown, ([term]) => term, () => el('div', {}, el('dt'), el('dd')), (row, [term, value]) => {
 		say(row.firstChild, term);
 		say(row.lastChild, value);

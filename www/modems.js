@@ -170,7 +170,6 @@ function cellTable() {
 				['Technology', serving.technology], ['Network', serving.network], ['Cell ID', serving.id],
 				['Area', serving.area], ['Bandwidth', serving.width], ['State', serving.state],
 			] : []);
-			list.hidden = !serving;
 			place.hidden = cells.length === 0;
 			why.hidden = cells.length > 0;
 			say(why, modem.gone ? '' : modem.cells === false ? 'This modem cannot tell its cells.'
