@@ -180,15 +180,15 @@ export async function refresh({ fully = false } = {}) {
 	if (!isSignedIn() || document.hidden) {
 		return undefined;
 	}
-	running = round();
+	running = round().finally(() => {
+		running = null;
+		timer = setTimeout(refresh, REST_MS);
+	});
 	await running;
-	running = null;
 	if (again) {
 		again = false;
 		return refresh();
 	}
-	clearTimeout(timer);
-	timer = setTimeout(refresh, REST_MS);
 	return undefined;
 }
 

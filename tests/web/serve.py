@@ -36,6 +36,8 @@ class Stage:
             self.router.write(path, text)
         self.router.write("/etc/config/network", CONFIGURATION["network"])
         self.router.set_ubus_state(BUS)
+        self.router.modem("1-1.2").reply("AT+CPIN?", "\n+CPIN: READY\n\nOK\n")
+        self.router.write("/tmp/modem.1-1.2/modem-name", " EC25EFAR06A03M4G\r")
         set_signal(self.router, 0)
         self.router.clear_events()
         self.server.calls.clear()
