@@ -1,6 +1,6 @@
 """The process that is the simulated router.
 
-Started by router.py, it makes the namespaces, becomes their first process, plays the modems and obeys the commands
+Born in the nursery (nursery.py), it makes the namespaces, becomes their first process, plays the modems and obeys the commands
 that come as JSON lines over a socket. When that socket closes, for whatever reason, it ends; and with it, as it is
 the first process of a PID namespace and the owner of a mount namespace, everything that ran or was mounted in it.
 """
@@ -9,11 +9,10 @@ import json
 import os
 import signal
 import socket
-import subprocess
 import sys
 import traceback
 
-from . import linux, machine, modem_file, usb
+from . import linux, machine, modem_file, ubusd, usb
 from .moods import Moods
 from .player import Loop, Modem
 
@@ -26,7 +25,7 @@ class Keeper:
         self.loop = Loop()
         self.modems: dict[str, Modem] = {}
         self.buffer = b""
-        self.ubusd: subprocess.Popen | None = None
+        self.ubusd: int | None = None
 
     def start(self) -> None:
         files = {bus: modem_file.load(name) for bus, name in self.setup["modems"].items()}
@@ -46,11 +45,14 @@ class Keeper:
 
     def start_ubusd(self) -> None:
         os.makedirs("/run/ubus", exist_ok=True)
-        self.ubusd = subprocess.Popen(
-            [sys.executable, "-E", "-s", "-S", "-B", "-m", "velasim.ubusd", "--socket", machine.UBUS_SOCKET,
-             "--state", machine.UBUS_STATE, "--log", machine.EVENTS],
-            cwd=machine.LIBRARY, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-        )
+        self.ubusd = os.fork()
+        if self.ubusd == 0:
+            try:
+                ubusd.Daemon(machine.UBUS_SOCKET, machine.UBUS_STATE, machine.EVENTS).serve()
+            except BaseException:
+                traceback.print_exc()
+            finally:
+                os._exit(1)
 
     def reap(self, wake: int) -> None:
         try:
@@ -126,7 +128,7 @@ class Keeper:
 
     def do_processes(self) -> list[dict]:
         """What runs in the router besides this process, the bus daemon and rpcd's stand-in."""
-        own = {1, self.ubusd.pid if self.ubusd else 1}
+        own = {1, self.ubusd}
         found = []
         for name in os.listdir("/proc"):
             if name.isdigit() and int(name) not in own:
@@ -163,14 +165,10 @@ def keep(control: socket.socket, setup: dict) -> None:
         keeper.loop.run_once()
 
 
-def main() -> int:
+def main(control: socket.socket, setup_pipe: int) -> None:
     """The outer process: it only waits for the inner one, so that whoever waits for it knows that all is gone."""
-    control = socket.socket(fileno=int(sys.argv[1]))
-    # The setup may be longer than an argument can be.
-    with open(int(sys.argv[2]), "rb") as pipe:
+    with open(setup_pipe, "rb") as pipe:
         setup = json.loads(pipe.read())
-    # An interrupt from the keyboard is for the test; the end of the socket is what ends this process.
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
     linux.unshare(linux.CLONE_NEWNS | linux.CLONE_NEWPID | (linux.CLONE_NEWNET if setup["net"] else 0))
     child = os.fork()
     if child == 0:
@@ -184,4 +182,3 @@ def main() -> int:
     control.sendall((json.dumps({"result": child}) + "\n").encode())
     control.close()
     os.waitpid(child, 0)
-    return 0

@@ -10,11 +10,10 @@ needs root, and a build directory (the environment's VELA_BUILD, or build/ of th
 import json
 import os
 import re
+import select
 import shutil
 import signal
-import socket
 import subprocess
-import sys
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -22,8 +21,8 @@ from typing import Callable
 
 from . import machine
 from .modem_port import SimulatedModem
+from .nursery import SIM, nursery
 
-SIM = Path(__file__).resolve().parent.parent
 PASSED_ON = re.compile(r"(ASAN|UBSAN|LSAN|MSAN|TSAN)_OPTIONS|GCOV_\w+|LLVM_PROFILE_FILE|TERM")
 START_LIMIT = 30.0
 RPCD = "import sys; sys.path.insert(0, sys.argv[1]); from velasim.rpcd import main; main()"
@@ -133,20 +132,9 @@ class Router:
     # Life
 
     def _start_keeper(self, setup: dict) -> None:
-        self._control, inner = socket.socketpair()
-        self._reader = self._control.makefile("rb")
         self._processes: list[subprocess.Popen] = []
-        code = "import sys; sys.path.insert(0, sys.argv.pop()); from velasim.keeper import main; sys.exit(main())"
-        read_end, write_end = os.pipe()
-        with inner:
-            self._keeper = subprocess.Popen(
-                [sys.executable, "-E", "-s", "-S", "-B", "-c", code, str(inner.fileno()), str(read_end), str(SIM)],
-                pass_fds=(inner.fileno(), read_end), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                start_new_session=True, cwd="/",
-            )
-        os.close(read_end)
-        with os.fdopen(write_end, "wb") as pipe:
-            pipe.write(json.dumps(setup).encode())
+        self._control, self._alive = nursery().bear(setup)
+        self._reader = self._control.makefile("rb")
         try:
             self._control.settimeout(START_LIMIT)
             # The pid comes from the outer process and "ready" from the inner one: either may be first.
@@ -157,17 +145,17 @@ class Router:
 
     def close(self) -> None:
         """Ends the router and all that runs in it. When this returns, nothing of it is left."""
-        if self._keeper is None:
+        if self._alive is None:
             return
-        keeper, self._keeper = self._keeper, None
+        alive, self._alive = self._alive, None
         self._reader.close()
         self._control.close()
         # The first process's end kills all others in its namespace, so the commands still running end, too. They are
         # this process's children and have to be waited for here.
-        while keeper.poll() is None:
+        while not select.select([alive], [], [], 0.001)[0]:
             for process in self._processes:
                 process.poll()
-            time.sleep(0.001)
+        os.close(alive)
         for process in self._processes:
             process.wait()
             for pipe in (process.stdin, process.stdout, process.stderr):
