@@ -111,7 +111,7 @@ ModemModel detect_modem_app_brief_info(const char *bus, json_object *object) {
     }
     ModemModel model;
     if (device.row == nullptr) {
-        return *take_unknow_modem(&model, object, bus, device.directory);
+        return *detect_unknow_modem(&model, object, bus);
     }
     model = *device.row;
     replace_modem_struct(&model, bus);

@@ -8,10 +8,11 @@ option(VELA_COVERAGE "Count what is run of the product (needs clang)" OFF)
 if(VELA_COVERAGE)
     foreach(target vela_core vela_endpoints vela_modem vela_modem_plugin vela_api)
         # Lines and branches are those of the source, however it is optimised; and without any optimisation the product
-        # would need the C++ run-time library.
+        # would need the C++ run-time library. Counting is atomic, as a difference of two counts is a count, too, and must
+        # not be wrong by one.
         target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:
             -O1 -fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation"
-            -Dfork=counted_fork>)
+            -fprofile-update=atomic -Dfork=counted_fork>)
     endforeach()
     # Whatever is linked with the product has a file of counters that is called as the target is.
     set(linked $<IN_LIST:$<TARGET_PROPERTY:TYPE>,EXECUTABLE$<SEMICOLON>MODULE_LIBRARY>)

@@ -71,7 +71,7 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
         return out;
     }
     if (device.row == nullptr) {
-        return take_unknow_modem(out, report, bus, device.directory);
+        return detect_unknow_modem(out, report, bus);
     }
     char data_port[REPORTED_PORT_SIZE] = {};
     char control_port[REPORTED_PORT_SIZE] = {};
@@ -99,13 +99,9 @@ ModemModel *detect_modem(ModemModel *out, json_object *report, const char *bus, 
 }
 
 ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char *bus) {
-    char device[SYSFS_PATH_SIZE] = {};
-    modem_find_device(bus, device);
-    return take_unknow_modem(out, report, bus, device);
-}
-
-ModemModel *take_unknow_modem(ModemModel *out, json_object *report, const char *bus, const char *device_directory) {
-    if (report_ports(report, device_directory) < 1) {
+    char directory[SYSFS_PATH_SIZE] = {};
+    modem_find_device(bus, directory);
+    if (report_ports(report, directory) < 1) {
         return no_ports(out);
     }
     *out = *modem_list_find_id(modem_head, MODEM_ID_UNKNOWN);

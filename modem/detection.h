@@ -24,9 +24,6 @@ ModemModel *detect_unknow_modem(ModemModel *out, json_object *report, const char
 
 // --- Pieces of it, for the shorter reports ---
 
-// detect_unknow_modem where the device's directory in sysfs is known.
-ModemModel *take_unknow_modem(ModemModel *out, json_object *report, const char *bus, const char *device_directory);
-
 // The USB device on a bus.
 struct UsbDevice {
     char directory[SYSFS_PATH_SIZE] = {}; // in sysfs

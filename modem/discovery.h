@@ -37,10 +37,8 @@ int modem_search_usb_node(const char *directory, const char *name, std::span<cha
 // Lets the next operation look from the top again. Whoever serves several requests in one process begins each so.
 void modem_forget_device();
 
-// Detection, which asks several things of one device, looks
-// it up once, always from the top, and uses the variants that take its directory.
-
-// The directory of the device on the bus into `directory` (SYSFS_PATH_SIZE bytes). Returns 0 or -1.
+// The directory of the device on the bus into `directory` (SYSFS_PATH_SIZE bytes). Returns 0 or -1. Who asks several
+// things of one device looks it up once, and uses the variants that take its directory.
 int modem_find_device(const char *bus, std::span<char> directory);
 int modem_read_usb_id(const char *device_directory, uint32_t *vid, uint32_t *pid);
 
