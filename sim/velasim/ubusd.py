@@ -1,5 +1,7 @@
 """A bus daemon for tests: speaks the real protocol and plays the network daemon's objects by itself.
 
+    python3 -m velasim.ubusd --socket PATH --state FILE.json --log FILE
+
 The state file says what is on the bus, and is read again whenever it changes:
 
     {"interfaces": {"lan": "up", "wwan": {"state": "pending", "on_up": "up", "l3_device": "wwan0"}},
@@ -22,6 +24,7 @@ Programs may add objects of their own; what is called of these goes to them. Eac
 log.
 """
 
+import argparse
 import heapq
 import itertools
 import json
@@ -316,3 +319,19 @@ class Daemon:
         if status == Status.OK and reply is not None:
             parts.append(encode_int(Attr.OBJID, self._object_id(path)) + encode_attr(Attr.DATA, encode_members(reply)))
         return status, state.fault(path, method)
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(prog="velasim.ubusd", description="A bus daemon for tests.")
+    parser.add_argument("--socket", required=True, help="where to listen")
+    parser.add_argument("--state", required=True, help="what is on the bus, as JSON")
+    parser.add_argument("--log", required=True, help="where to append the invocations")
+    options = parser.parse_args()
+    try:
+        Daemon(options.socket, options.state, options.log).serve()
+    except KeyboardInterrupt:
+        pass
+
+
+if __name__ == "__main__":
+    main()
