@@ -13,7 +13,7 @@ _vela_offer_files() {
     mapfile -t COMPREPLY < <(compgen -f -- "$1")
 }
 
-# The USB buses with a modem's port, as a command takes them; only these two hubs are recognised there.
+# The buses of the USB devices there are; a command recognises those of these two hubs only.
 _vela_buses() {
     local path
     for path in /sys/bus/usb/devices/[12]-1*; do
