@@ -15,21 +15,21 @@ let noticeTimer = 0;
 
 // --- Telling ---
 
-function tell(text) {
+function announce(notice, alarm) {
 	clearTimeout(noticeTimer);
-	say($('alarm'), '');
-	say($('notice'), text);
-	noticeTimer = setTimeout(() => say($('notice'), ''), NOTICE_MS);
+	say($('notice'), notice);
+	say($('alarm'), alarm);
+	if (notice || alarm) {
+		noticeTimer = setTimeout(announce, alarm ? 2 * NOTICE_MS : NOTICE_MS, '', '');
+	}
 }
 
+const tell = (text) => announce(text, '');
+
 function fail(problem, text) {
-	if (problem.kind === 'session') {
-		return; // the form to sign in says it
+	if (problem.kind !== 'session') { // which the form to sign in tells
+		announce('', text || problem.message);
 	}
-	clearTimeout(noticeTimer);
-	say($('notice'), '');
-	say($('alarm'), text || problem.message);
-	noticeTimer = setTimeout(() => say($('alarm'), ''), 2 * NOTICE_MS);
 }
 
 function confirm(title, text, yes) {
@@ -45,6 +45,10 @@ function confirm(title, text, yes) {
 }
 
 // --- The views ---
+
+function showBar(shown) {
+	$('nav').hidden = $('session').hidden = !shown;
+}
 
 function signIn(reason) {
 	const problem = el('p', { class: 'wrong', role: 'alert' });
@@ -69,9 +73,7 @@ function signIn(reason) {
 	};
 	view = null;
 	document.title = 'Sign in';
-	for (const id of ['nav', 'session']) {
-		$(id).hidden = true;
-	}
+	showBar(false);
 	main.replaceChildren(el('section', { class: 'card login', 'aria-labelledby': 'login' },
 		el('h1', { id: 'login' }, 'Sign in'),
 		el('p', { class: 'why', role: 'status' }, reason || 'With a user of this router.'),
@@ -81,7 +83,7 @@ function signIn(reason) {
 }
 
 const tools = { tell, fail, confirm };
-const ROUTES = [
+const ROUTES = [ // a bus has no character that an address would write in another way
 	[/^#\/modem\/(.+)$/, (bus) => oneModem(bus, tools)],
 	[/^#\/messages$/, () => messages(tools)],
 	[/^/, () => overview()],
@@ -89,8 +91,7 @@ const ROUTES = [
 
 function show() {
 	const [pattern, make] = ROUTES.find(([one]) => one.test(location.hash));
-	const argument = pattern.exec(location.hash)[1];
-	view = make(argument && decodeURIComponent(argument));
+	view = make(pattern.exec(location.hash)[1]);
 	want(view.needs);
 	heading = el('h1', { tabindex: '-1' }, view.title);
 	failure = el('p', { class: 'card failure', role: 'alert', hidden: true });
@@ -122,9 +123,7 @@ function changed() {
 }
 
 function start() {
-	for (const id of ['nav', 'session']) {
-		$(id).hidden = false;
-	}
+	showBar(true);
 	$('logout').title = `Signed in as ${user()}`;
 	show();
 	heading.focus();

@@ -33,13 +33,14 @@ function bounds(values, [low, high]) {
 
 const path = (points) => points.map(([x, y], index) => `${index ? 'L' : 'M'}${x.toFixed(1)} ${y.toFixed(1)}`).join('');
 
-function draw(frame, parts, width, height, edge, history, range, now) {
+function draw(frame, width, height, edge, history, range, now) {
 	const drawn = runs(history, now);
 	const values = drawn.flat().map(([, value]) => value);
 	const [low, high] = bounds(values, range);
 	const x = (moment) => edge.left + (1 - (now - moment) / WINDOW_MS) * (width - edge.left - edge.right);
 	const y = (value) => edge.top + ((high - value) / (high - low)) * (height - edge.top - edge.bottom);
 	const base = height - edge.bottom;
+	const parts = [];
 	for (const run of drawn) {
 		const points = run.map(([moment, value]) => [x(moment), y(value)]);
 		if (points.length > 1) {
@@ -72,11 +73,12 @@ export function chart() {
 		}
 		const { history, quantity: { name, unit, range } } = shown;
 		const now = Date.now();
-		const parts = [];
-		const { low, high, x, y, values } = draw(frame, parts, width, HEIGHT, EDGE, history, range, now);
+		const { low, high, x, y, values } = draw(frame, width, HEIGHT, EDGE, history, range, now);
 		const axes = [];
-		const step = (high - low) / (high - low > 10 ? Math.ceil((high - low) / 20) : 4);
-		for (let value = low; value <= high + 0.01; value += step) {
+		// At most eight, as a modem may say anything.
+		const steps = high - low > 10 ? Math.min(Math.ceil((high - low) / 20), 8) : 4;
+		for (let step = 0; step <= steps; step++) {
+			const value = low + (step * (high - low)) / steps;
 			const line = Math.round(y(value)) + 0.5;
 			axes.push(svg('line', { class: 'grid', x1: EDGE.left, x2: width - EDGE.right, y1: line, y2: line }),
 				label(EDGE.left - 8, line + 4, 'end', figure(Math.round(value))));
@@ -108,7 +110,7 @@ export function sparkline() {
 	return {
 		node: frame,
 		update(history, quantity) {
-			draw(frame, [], 240, 56, { left: 0, right: 4, top: 6, bottom: 2 }, history, quantity.range, Date.now());
+			draw(frame, 240, 56, { left: 0, right: 4, top: 6, bottom: 2 }, history, quantity.range, Date.now());
 		},
 	};
 }

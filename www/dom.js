@@ -29,26 +29,25 @@ export function say(node, text) {
 	}
 }
 
-// Makes the children of `parent` follow `items`: one child for each key, which is made once and updated from then on,
-// so that focus and scroll positions stay.
+// Makes the children of `parent` follow `items`: a child is made once and then follows the item with its key, so that
+// focus and scroll positions stay. Several items may have the same key.
 export function each(parent, items, key, make, update) {
-	const old = new Map([...parent.children].map((child) => [child.dataset.key, child]));
-	items.forEach((item, index) => {
+	const old = [...parent.children];
+	const shown = items.map((item) => {
 		const name = String(key(item));
-		let child = old.get(name);
-		old.delete(name);
-		if (!child) {
-			child = make(item);
-			child.dataset.key = name;
-		}
+		const found = old.findIndex((child) => child.dataset.key === name);
+		const child = found < 0 ? make(item) : old.splice(found, 1)[0];
+		child.dataset.key = name;
+		return child;
+	});
+	// First, as one that is moved loses the focus.
+	old.forEach((child) => child.remove());
+	shown.forEach((child, index) => {
 		if (parent.children[index] !== child) {
 			parent.insertBefore(child, parent.children[index] ?? null);
 		}
-		update(child, item);
+		update(child, items[index]);
 	});
-	for (const child of old.values()) {
-		child.remove();
-	}
 }
 
 // Terms and descriptions from pairs; a pair without a description is left out.

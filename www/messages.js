@@ -85,7 +85,8 @@ function writing({ tell, fail }) {
 	};
 	const submit = async (event) => {
 		event.preventDefault();
-		const { valid, left, request } = outgoing(number.value, text.value);
+		const typed = text.value;
+		const { valid, left, request } = outgoing(number.value, typed);
 		say(wrong, !valid ? 'The number may have digits only, and a + before them.'
 			: !request.message ? 'There is no text to send.'
 			: left < 0 ? 'The text is too long for one message.' : '');
@@ -97,8 +98,10 @@ function writing({ tell, fail }) {
 		try {
 			await changeMessages('sms_send', request);
 			tell(`The message to ${request.number} has been handed over for sending.`);
-			text.value = '';
-			count();
+			if (text.value === typed) { // and not the next one
+				text.value = '';
+				count();
+			}
 		} catch (problem) {
 			fail(problem);
 		}

@@ -7,19 +7,6 @@ import * as words from './words.js';
 
 // --- Parts that both views have ---
 
-function bars() {
-	const heights = [7, 12, 17, 22];
-	const node = svg('svg', { class: 'bars', viewBox: '0 0 30 24', 'aria-hidden': 'true' },
-		...heights.map((height, index) => svg('rect', { x: index * 8, y: 24 - height, width: 5.5, height, rx: 1.5 })));
-	return {
-		node,
-		update(level) {
-			node.setAttribute('class', `bars level-${level}`);
-			[...node.children].forEach((bar, index) => bar.toggleAttribute('data-on', index < level));
-		},
-	};
-}
-
 // A state as a coloured dot and its word.
 function chip() {
 	const node = el('span', { class: 'chip' });
@@ -34,8 +21,6 @@ function chip() {
 	};
 }
 
-const level = (modem) => (Number.isInteger(modem.status.signal) ? Math.min(Math.max(modem.status.signal, 0), 4) : 0);
-const hasSignal = ({ gone, status }) => !gone && (status.signal != null || status.signal_info?.length > 0);
 const mainFigure = (modem) =>
 	words.measurements(modem.status.signal_info?.[0] ?? {}, modem.identity)
 		.find(({ key }) => key === (modem.quantity?.name ?? '').toLowerCase());
@@ -46,6 +31,33 @@ function complaint(modem) {
 		return `It left its place at ${words.clock(modem.gone)}. It will be shown here as soon as it is back.`;
 	}
 	return words.sim(modem.status.SIM_status)[1] || 'The modem does not tell its signal at the moment.';
+}
+
+// The signal as bars and a word, or in a sentence `why` there is none. `update` shows one of them, the first with the
+// `part` of the view around it, and gives whether there is one.
+function strength() {
+	const heights = [7, 12, 17, 22];
+	const bars = svg('svg', { class: 'bars', viewBox: '0 0 30 24', 'aria-hidden': 'true' },
+		...heights.map((height, index) => svg('rect', { x: index * 8, y: 24 - height, width: 5.5, height, rx: 1.5 })));
+	const word = el('strong', { class: 'word' });
+	const why = el('p', { class: 'why' });
+	return {
+		bars,
+		word,
+		why,
+		update(modem, part) {
+			const { signal, signal_info: measured } = modem.status;
+			const shown = !modem.gone && (signal != null || measured?.length > 0);
+			const level = Number.isInteger(signal) ? Math.min(Math.max(signal, 0), 4) : 0;
+			part.hidden = !shown;
+			why.hidden = shown;
+			say(why, shown ? '' : complaint(modem));
+			bars.setAttribute('class', `bars level-${level}`);
+			[...bars.children].forEach((bar, index) => bar.toggleAttribute('data-on', index < level));
+			say(word, words.word(signal));
+			return shown;
+		},
+	};
 }
 
 const subtitle = (modem) =>
@@ -62,29 +74,21 @@ const linkRows = (status) => (status.up !== 'on' ? [] : [
 function card() {
 	const link = el('a', {});
 	const subtle = el('p', { class: 'subtle' });
-	const place = chip();
-	const signal = bars();
+	const badge = chip();
+	const signal = strength();
 	const spark = sparkline();
-	const wordOf = el('strong', { class: 'word' });
 	const number = el('span', { class: 'subtle figure' });
-	const why = el('p', { class: 'why' });
-	const line = el('div', { class: 'signal' }, signal.node, el('div', {}, wordOf, number), spark.node);
+	const line = el('div', { class: 'signal' }, signal.bars, el('div', {}, signal.word, number), spark.node);
 	const list = el('dl', { class: 'facts inline' });
 	const node = el('li', { class: 'card modem' },
-		el('div', { class: 'head' }, el('div', {}, el('h2', {}, link), subtle), place.node), line, why, list);
+		el('div', { class: 'head' }, el('div', {}, el('h2', {}, link), subtle), badge.node), line, signal.why, list);
 	node.update = (modem) => {
-		const shown = hasSignal(modem);
-		link.href = `#/modem/${encodeURIComponent(modem.bus)}`;
+		link.href = `#/modem/${modem.bus}`;
 		say(link, words.modelName(modem.identity));
 		say(subtle, subtitle(modem));
-		place.update(modem);
+		badge.update(modem);
 		node.classList.toggle('gone', Boolean(modem.gone));
-		line.hidden = !shown;
-		why.hidden = shown;
-		say(why, shown ? '' : complaint(modem));
-		if (shown) {
-			signal.update(level(modem));
-			say(wordOf, words.word(modem.status.signal));
+		if (signal.update(modem, line)) {
 			say(number, mainFigure(modem)?.text ?? '');
 			spark.node.toggleAttribute('hidden', !modem.quantity);
 			if (modem.quantity) {
@@ -238,17 +242,15 @@ function actions(bus, { tell, fail, confirm }) {
 }
 
 export function oneModem(bus, tools) {
-	const place = chip();
+	const badge = chip();
 	const subtle = el('p', { class: 'subtle' });
 	const missing = el('p', { class: 'card why', hidden: true });
-	const signal = bars();
-	const wordOf = el('strong', { class: 'word' });
+	const signal = strength();
 	const measured = measures();
 	const curve = chart();
-	const why = el('p', { class: 'why' });
 	const chartTitle = el('h3', {});
 	const shownSignal = el('div', {},
-		el('div', { class: 'signal' }, signal.node, wordOf), measured.node, chartTitle, curve.node);
+		el('div', { class: 'signal' }, signal.bars, signal.word), measured.node, chartTitle, curve.node);
 	const linkFacts = el('dl', { class: 'facts' });
 	const modemFacts = el('dl', { class: 'facts' });
 	const cells = cellTable();
@@ -256,7 +258,7 @@ export function oneModem(bus, tools) {
 	const panel = (name, id, ...children) =>
 		el('section', { class: `card ${id}`, 'aria-labelledby': id }, el('h2', { id }, name), ...children);
 	const panels = el('div', { class: 'panels' },
-		panel('Signal', 'signal-panel', shownSignal, why),
+		panel('Signal', 'signal-panel', shownSignal, signal.why),
 		panel('Connection', 'link-panel', linkFacts, ...buttons.nodes),
 		panel('Cells', 'cells-panel', ...cells.nodes),
 		panel('Device', 'device-panel', modemFacts));
@@ -264,12 +266,12 @@ export function oneModem(bus, tools) {
 		title: 'Modem',
 		needs: { cells: bus },
 		back: true,
-		extra: [place.node],
+		extra: [badge.node],
 		nodes: [subtle, missing, panels],
 		update() {
 			const modem = state.modems.get(bus);
 			panels.hidden = !modem;
-			place.node.hidden = !modem;
+			badge.node.hidden = !modem;
 			missing.hidden = Boolean(modem) || !state.refreshed;
 			say(missing, `There is no modem on bus ${bus}.`);
 			if (!modem) {
@@ -278,14 +280,8 @@ export function oneModem(bus, tools) {
 			const { status, identity } = modem;
 			view.title = words.modelName(identity);
 			say(subtle, subtitle(modem));
-			place.update(modem);
-			const shown = hasSignal(modem);
-			shownSignal.hidden = !shown;
-			why.hidden = shown;
-			say(why, shown ? '' : complaint(modem));
-			if (shown) {
-				signal.update(level(modem));
-				say(wordOf, words.word(status.signal));
+			badge.update(modem);
+			if (signal.update(modem, shownSignal)) {
 				measured.update(modem);
 				chartTitle.hidden = curve.node.hidden = !modem.quantity;
 				if (modem.quantity) {

@@ -20,14 +20,13 @@ const wanted = { cells: null, messages: false };
 let listener = { changed() {}, told() {} };
 let timer = 0;
 let running = null;
-let again = false;
 let identified = 0;
 let histories = {};
 
 try {
 	histories = JSON.parse(sessionStorage.getItem(HISTORY_KEY)) ?? {};
 } catch {
-	sessionStorage.removeItem(HISTORY_KEY);
+	// The chart begins anew.
 }
 
 export function listen(to) {
@@ -167,29 +166,21 @@ async function round() {
 	listener.changed();
 }
 
-// Asks now, and from then on again and again; at once once more, where it was already asking.
+// Asks now, and from then on again and again. What is under way may have asked before the caller did something: then
+// it asks once more.
 export async function refresh({ fully = false } = {}) {
+	await running;
+	clearTimeout(timer);
 	if (fully) {
 		identified = 0;
 	}
-	if (running) {
-		again = true;
-		return running;
+	if (!running && isSignedIn() && !document.hidden) {
+		running = round().finally(() => {
+			running = null;
+			timer = setTimeout(refresh, REST_MS);
+		});
 	}
-	clearTimeout(timer);
-	if (!isSignedIn() || document.hidden) {
-		return undefined;
-	}
-	running = round().finally(() => {
-		running = null;
-		timer = setTimeout(refresh, REST_MS);
-	});
-	await running;
-	if (again) {
-		again = false;
-		return refresh();
-	}
-	return undefined;
+	return running;
 }
 
 document.addEventListener('visibilitychange', () => (document.hidden ? clearTimeout(timer) : refresh()));

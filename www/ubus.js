@@ -41,7 +41,7 @@ let ended = () => {};
 try {
 	session = JSON.parse(sessionStorage.getItem(KEY));
 } catch {
-	sessionStorage.removeItem(KEY);
+	// What is no session is none.
 }
 
 export const isSignedIn = () => session !== null;

@@ -1,7 +1,7 @@
 // What the page changes: links, modems and messages, and what the router saw of it.
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
-import { ask, button, eventually, openSignedIn, shows, useStage } from './stage.js';
+import { ROUND_MS, ask, button, eventually, openSignedIn, shows, useStage } from './stage.js';
 
 useStage();
 
@@ -20,6 +20,46 @@ describe('a link', () => {
     await shows(page, 'The connection has been taken down.');
     await button(page, 'Connect').first().waitFor();
     assert.equal(await ask('option', { name: 'network.modem_2_1_2.disabled' }), '1');
+  });
+
+  test('is being made until what came of it is known, also where the page was just asking', async (t) => {
+    const page = await openSignedIn(t, { hash: '#/modem/2-1.2' });
+    await shows(page, 'Not connected');
+    let up = 'off';
+    let goOn;
+    const held = new Promise((resolve) => {
+      goOn = resolve;
+    });
+    await page.route('**/ubus', async (route) => {
+      const method = route.request().postDataJSON().params[2];
+      if (method === 'enable') {
+        up = 'on';
+        await route.fulfill({ json: { result: [0, { code: 0 }] } });
+        return;
+      }
+      const response = await route.fetch();
+      const reply = await response.json();
+      for (const modem of reply.result[1].modems ?? []) {
+        modem.up = up;
+      }
+      if (method === 'app_brief_info') {
+        await held;
+      }
+      await route.fulfill({ response, json: reply });
+    });
+    await page.evaluate(() => {
+      const chip = document.querySelector('.chip');
+      globalThis.seen = [];
+      new MutationObserver(() => globalThis.seen.push(chip.textContent)).observe(chip, { childList: true });
+    });
+    const asking = page.waitForRequest((request) => request.postDataJSON()?.params[2] === 'app_brief_info');
+    await page.clock.fastForward(ROUND_MS);
+    await asking;
+    await button(page, 'Connect').first().click();
+    goOn();
+    await button(page, 'Disconnect').waitFor();
+    await eventually(async () => (await page.locator('.chip').textContent()) === 'Connected', 'the link');
+    assert.deepEqual(await page.evaluate(() => globalThis.seen), ['Connecting', 'Connected']);
   });
 
   test('is made with automatic settings where that is asked for', async (t) => {
@@ -126,6 +166,23 @@ describe('a message', () => {
       assert.equal(await page.getByLabel('Text').inputValue(), '');
     });
   }
+
+  test('that is being written while another one is sent stays', async (t) => {
+    const page = await openSignedIn(t, { hash: '#/messages' });
+    const text = page.getByLabel('Text');
+    await page.route('**/ubus', async (route) => {
+      if (route.request().postDataJSON().params[2] === 'sms_send') {
+        await text.fill('the next one');
+      }
+      await route.continue();
+    });
+    await page.getByLabel('Number').fill('+491700000018');
+    await text.fill('the first one');
+    await button(page, 'Send').click();
+    await shows(page, 'has been handed over for sending.');
+    assert.equal(await text.inputValue(), 'the next one');
+    assert.deepEqual(await sent(), [['+491700000018', 'the first one', 'international']]);
+  });
 
   test('that cannot be sent is not sent, and the page says why', async (t) => {
     const page = await openSignedIn(t, { hash: '#/messages' });

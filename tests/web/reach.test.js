@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { readFile, readdir } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 import { describe, test } from 'node:test';
-import { PHONE, WIDE, ask, button, open, openSignedIn, shows, useStage } from './stage.js';
+import { PHONE, WIDE, ask, button, nextRound, open, openSignedIn, shows, useStage } from './stage.js';
 
 const PAGE = new URL('../../www/', import.meta.url);
 const LARGEST = 60000;
@@ -89,6 +89,8 @@ for (const [name, size, scheme] of [
     test('the modems can', async (t) => {
       const page = await openSignedIn(t, options);
       await ask('unplug', { bus: '2-1.2' });
+      await nextRound(page);
+      await shows(page, 'Gone');
       await checkFits(page);
       await checkWithAxe(page);
       const background = await page.evaluate(() => getComputedStyle(document.body).backgroundColor);
@@ -164,9 +166,19 @@ test('what is not new is not said again, and the focus stays where it is while t
       { subtree: true, childList: true, characterData: true },
     );
   });
-  await page.clock.fastForward(10500);
-  await page.waitForResponse('**/ubus');
+  await nextRound(page);
   assert.deepEqual(await page.evaluate(() => globalThis.said), []);
   assert.equal(await page.evaluate(() => document.activeElement.id), 'text');
   assert.equal(await page.getByLabel('Text').inputValue(), 'a draft');
+});
+
+test('the focus stays in a message while others come and go', async (t) => {
+  const page = await openSignedIn(t, { hash: '#/messages' });
+  const remove = button(page, /^Delete: message from \+391700000002/);
+  await remove.focus();
+  await ask('remove', { path: '/etc/spool/sms/incoming/VMS99.k3Yt0w' });
+  await ask('write', { path: '/etc/spool/sms/incoming/VMS99.new', text: 'From: 1\nSent: 26-11-22 10:00:00\n\nnew\n' });
+  await nextRound(page);
+  assert.equal(await page.locator('.messages li').count(), 3);
+  assert.ok(await remove.evaluate((node) => node === document.activeElement));
 });

@@ -186,6 +186,26 @@ describe('one modem', () => {
     assert.match(await chart.locator('.line').getAttribute('d'), /^M[\d.]+ [\d.]+L[\d.]+ [\d.]+$/);
   });
 
+  test('two signals at once are measured side by side, however often', async (t) => {
+    const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
+    const text = '\n+QCSQ: "LTE",70,-98,150,-9\n+QCSQ: "WCDMA",80,-90,-10\n\nOK\n';
+    await ask('reply', { bus: '1-1.2', command: 'AT+QCSQ', text });
+    for (let round = 0; round < 3; round++) {
+      await nextRound(page);
+      const names = await page.locator('.measures dt').allTextContents();
+      assert.deepEqual(names, ['RSRP', 'RSRQ', 'SINR', 'RSSI', 'RSCP', 'Ec/Io', 'RSSI']);
+    }
+  });
+
+  test('a value beyond all measure leaves the chart as it is drawn: with a few lines', async (t) => {
+    const page = await openSignedIn(t, { hash: '#/modem/1-1.2' });
+    const text = '\n+QCSQ: "LTE",70,-9999999999,150,-9\n\nOK\n';
+    await ask('reply', { bus: '1-1.2', command: 'AT+QCSQ', text });
+    await nextRound(page);
+    await shows(page, `${MINUS}9999999999 dBm`);
+    assert.equal(await page.locator('.chart .grid').count(), 9);
+  });
+
   test('on a board that has no full report is shown by the shorter ones', async (t) => {
     const page = await open(t);
     await page.route('**/ubus', (route) =>
@@ -202,10 +222,12 @@ describe('one modem', () => {
     assert.equal(await button(page, 'Restart…').isVisible(), false);
   });
 
-  test('a bus without a modem says so', async (t) => {
-    const page = await openSignedIn(t, { hash: '#/modem/9-9' });
-    await shows(page, 'There is no modem on bus 9-9.');
-  });
+  for (const bus of ['9-9', '%']) {
+    test(`a bus without a modem (${bus}) says so`, async (t) => {
+      const page = await openSignedIn(t, { hash: `#/modem/${bus}` });
+      await shows(page, `There is no modem on bus ${bus}.`);
+    });
+  }
 });
 
 describe('messages', () => {
