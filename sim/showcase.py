@@ -5,7 +5,7 @@ from velasim.router import Router
 MODEMS = {"1-1.2": "ec25", "2-1.2": "ep06", "1-1.3": "mc7430"}
 
 # The MC7430 has been plugged in, but the router is not configured for it.
-CONFIGURATION = {
+TWO_MODEMS = {
     "velaconfig": """config service 'modem'
 	list bus '1-1.2'
 	list bus '2-1.2'
@@ -24,6 +24,9 @@ config interface 'modem_2_1_2'
 	option apn 'internet'
 	option disabled '1'
 """,
+}
+CONFIGURATION = {
+    **TWO_MODEMS,
     "wireless": """config wifi-device 'radio1'
 	option channel '1'
 

@@ -16,24 +16,11 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
+from showcase import TWO_MODEMS  # noqa: E402
 from velasim.router import Router, RouterError  # noqa: E402
 from web_server import User, WebServer  # noqa: E402
 
 MODEMS = {"1-1.2": "ec25", "2-1.2": "ep06"}
-CONFIGURATION = {
-    "velaconfig": "config service 'modem'\n\tlist bus '1-1.2'\n\tlist bus '2-1.2'\n",
-    "network": """config interface 'modem_1_1_2'
-	option proto 'qmi'
-	option device '/dev/cdc-wdm0'
-	option apn 'internet'
-
-config interface 'modem_2_1_2'
-	option proto 'qmi'
-	option device '/dev/cdc-wdm1'
-	option apn 'internet'
-	option disabled '1'
-""",
-}
 # netifd's side: the first modem is connected, the second one will be as soon as it is asked to.
 BUS = {
     "interfaces": {
@@ -86,7 +73,7 @@ MESSAGES = {
 
 def web_router(**options: object) -> Router:
     """The router of the demonstration, which the browser tests have too."""
-    router = Router(modems=MODEMS, uci=CONFIGURATION, ubus=BUS, files={**MESSAGES, **TRACKED}, net=True, **options)
+    router = Router(modems=MODEMS, uci=TWO_MODEMS, ubus=BUS, files={**MESSAGES, **TRACKED}, net=True, **options)
     try:
         for command in (["/bin/dash", "-c", LINKS], ["/usr/bin/python3", "-c", TRAFFIC]):
             made = router.run(*command)

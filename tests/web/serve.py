@@ -11,8 +11,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "sim"))
 
+from showcase import TWO_MODEMS  # noqa: E402
 from velasim.router import Router  # noqa: E402
-from web_demo import BUS, CONFIGURATION, MESSAGES, set_signal, web_router  # noqa: E402
+from web_demo import BUS, MESSAGES, set_signal, web_router  # noqa: E402
 from web_server import User, WebServer  # noqa: E402
 
 USERS = {"root": "the password", "reader": "another one"}
@@ -34,7 +35,7 @@ class Stage:
                 self.router.remove(f"{SPOOL}/{directory}/{name}")
         for path, text in MESSAGES.items():
             self.router.write(path, text)
-        self.router.write("/etc/config/network", CONFIGURATION["network"])
+        self.router.write("/etc/config/network", TWO_MODEMS["network"])
         self.router.set_ubus_state(BUS)
         self.router.modem("1-1.2").reply("AT+CPIN?", "\n+CPIN: READY\n\nOK\n")
         self.router.write("/tmp/modem.1-1.2/modem-name", " EC25EFAR06A03M4G\r")
