@@ -23,6 +23,8 @@ from pathlib import Path
 from typing import Any
 
 from velasim.router import Router
+from velasim.rpcd import PROGRAMS, reply_in
+from velasim.ubus_wire import Status
 
 SOURCE = Path(__file__).resolve().parent.parent
 PAGE = SOURCE / "www"
@@ -30,13 +32,12 @@ PREFIX = "/vela_modem/"
 ACCESS_LISTS = SOURCE / "openwrt/vela-modem/files"
 
 OBJECT = "vela_modem"
-PROGRAM = f"/usr/libexec/rpcd/{OBJECT}"
+PROGRAM = f"{PROGRAMS}/{OBJECT}"
 SESSION_SECONDS = 300
 CALL_SECONDS = 60.0  # what rpcd waits for a program where it is set up for restarts of modems
 LONGEST_REQUEST = 65536
 
-# What a ubus call ends with, and the errors of uhttpd's JSON-RPC.
-OK, INVALID_ARGUMENT, METHOD_NOT_FOUND, NOT_FOUND, PERMISSION_DENIED, TIMEOUT, UNKNOWN_ERROR = 0, 2, 3, 4, 6, 7, 9
+# The errors of uhttpd's JSON-RPC.
 ERRORS = {
     -32700: "Parse error", -32600: "Invalid request", -32601: "Method not found", -32602: "Invalid parameters",
     -32000: "Object not found", -32002: "Access denied",
@@ -91,16 +92,17 @@ class Sessions:
         self.open: dict[str, Session] = {}
         self.lock = threading.Lock()
 
-    def login(self, arguments: dict[str, Any]) -> tuple[int, dict | None]:
+    def login(self, arguments: dict[str, Any]) -> tuple[Status, dict | None]:
         user = self.users.get(str(arguments.get("username")))
         if user is None or not secrets.compare_digest(user.password.encode(), str(arguments.get("password")).encode()):
-            return PERMISSION_DENIED, None
+            return Status.PERMISSION_DENIED, None
         sid = secrets.token_hex(16)
         session = Session(user.name, rights_of(user, self.groups))
         with self.lock:
             self.open[sid] = session
-        return OK, {"ubus_rpc_session": sid, "timeout": int(self.seconds), "expires": int(self.seconds),
-                    "acls": {"ubus": session.rights}, "data": {"username": user.name}}
+        return Status.OK, {
+            "ubus_rpc_session": sid, "timeout": int(self.seconds), "expires": int(self.seconds),
+            "acls": {"ubus": session.rights}, "data": {"username": user.name}}
 
     def find(self, sid: str) -> Session | None:
         """The session, whose time begins anew; none where it has expired."""
@@ -135,7 +137,7 @@ class WebServer:
         self.sessions = Sessions(users, load_access_lists(access_lists), session_seconds)
         self.calls: list[str] = []  # the methods of the plug-in that were called, in order
         self.out_of_order = False  # every call is refused, as while rpcd is restarting
-        self._starting = threading.Lock()
+        self._starting = threading.Lock()  # the router starts one program at a time
         handler = type("Handler", (RequestHandler,), {"owner": self})
         self._http = HttpServer(("127.0.0.1", port), handler)
         self._thread = threading.Thread(target=self._http.serve_forever, args=(0.05,), daemon=True)
@@ -165,10 +167,10 @@ class WebServer:
                 request = json.loads(text)
             except ValueError:
                 raise RpcError(-32700) from None
-            return {"jsonrpc": "2.0", "id": request.get("id"), "result": self._call(request)}
+            outcome = {"result": self._call(request)}
         except RpcError as problem:
-            number = request.get("id") if isinstance(request, dict) else None
-            return {"jsonrpc": "2.0", "id": number, "error": {"code": problem.code, "message": str(problem)}}
+            outcome = {"error": {"code": problem.code, "message": str(problem)}}
+        return {"jsonrpc": "2.0", "id": request.get("id") if isinstance(request, dict) else None, **outcome}
 
     def _call(self, request: Any) -> list:
         if not isinstance(request, dict) or request.get("jsonrpc") != "2.0":
@@ -191,17 +193,17 @@ class WebServer:
             status, reply = self._plugin_call(method, {**arguments, "ubus_rpc_session": sid})
         return [status] if reply is None else [status, reply]
 
-    def _session_call(self, sid: str, method: str, arguments: dict[str, Any]) -> tuple[int, dict | None]:
+    def _session_call(self, sid: str, method: str, arguments: dict[str, Any]) -> tuple[Status, dict | None]:
         if method == "login":
             return self.sessions.login(arguments)
         if method == "destroy":
             self.sessions.destroy(sid)
-            return OK, None
+            return Status.OK, None
         if method == "access":
-            return OK, {"access": self.sessions.find(sid) is not None}
-        return METHOD_NOT_FOUND, None
+            return Status.OK, {"access": self.sessions.find(sid) is not None}
+        return Status.METHOD_NOT_FOUND, None
 
-    def _plugin_call(self, method: str, arguments: dict[str, Any]) -> tuple[int, dict | None]:
+    def _plugin_call(self, method: str, arguments: dict[str, Any]) -> tuple[Status, dict | None]:
         """What rpcd does with an exec plug-in."""
         self.calls.append(method)
         with self._starting:
@@ -211,12 +213,8 @@ class WebServer:
         except subprocess.TimeoutExpired:
             process.kill()
             process.communicate()
-            return TIMEOUT, None
-        try:
-            reply = json.loads(output)
-        except ValueError:
-            return UNKNOWN_ERROR, None
-        return (OK, reply) if isinstance(reply, dict) else (INVALID_ARGUMENT, None)
+            return Status.TIMEOUT, None
+        return reply_in(output)
 
 
 class HttpServer(ThreadingHTTPServer):

@@ -34,19 +34,27 @@ def type_of(example: Any) -> Type:
     return Type.STRING if isinstance(example, str) else Type.TABLE if isinstance(example, dict) else Type.ARRAY
 
 
+def reply_in(output: bytes) -> tuple[Status, dict[str, Any] | None]:
+    """What rpcd takes from what a program has printed."""
+    if not output:
+        return Status.NO_DATA, None
+    try:
+        reply = json.loads(output)
+    except ValueError:
+        reply = None
+    return (Status.OK, reply) if isinstance(reply, dict) else (Status.INVALID_ARGUMENT, None)
+
+
 def run_program(program: str, words: list[str], text: str) -> tuple[Status, dict[str, Any] | None]:
     """Runs the program and takes what it prints."""
     try:
         done = subprocess.run([f"{PROGRAMS}/{program}", *words], input=text.encode("utf-8", "surrogateescape"),
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=LIMIT)
-        reply = json.loads(done.stdout) if done.stdout else None
     except subprocess.TimeoutExpired:
         return Status.TIMEOUT, None
-    except (OSError, ValueError):
+    except OSError:
         return Status.INVALID_ARGUMENT, None
-    if reply is None:
-        return Status.NO_DATA, None
-    return (Status.OK, reply) if isinstance(reply, dict) else (Status.INVALID_ARGUMENT, None)
+    return reply_in(done.stdout)
 
 
 class Rpcd:
