@@ -15,6 +15,8 @@ MAC = re.compile(r"\b[0-9A-F]{2}(?:([:-])[0-9A-F]{2})(?:\1[0-9A-F]{2}){4}\b", re
 PLACE = re.compile(r"(?:\+(?:QGPSLOC|QGPSGNMEA|CGPSINFO|GPSINFO|CGNSINF|CLBS|UULOC):|\$G[A-Z]{4},"
                    r"|!GPSLOC\b|\b(?:lat|lon|latitude|longitude)\b).*", re.IGNORECASE)
 SERIAL = re.compile(r"\b(?:FSN|S/?N|MSN|Serial(?: Number)?):\s*\S+", re.IGNORECASE)
+# What stands around the texts of messages.
+AROUND_MESSAGES = re.compile(r"\+CMG[LR]:.*|OK|ERROR|\+CM[ES] ERROR:.*|")
 MEID = re.compile(r"\b(?=[0-9A-F]*\d)(?=\d*[A-F])[0-9A-F]{8,}\b", re.IGNORECASE)
 
 # Where the identities of cells and areas stand: the groups, and the base that each is written in.
@@ -52,13 +54,14 @@ class Scrubber:
             for found in pattern.finditer(text):
                 for group, base in zip(found.groups(), bases):
                     number = int(group, base) if group is not None else 0
-                    self._telling |= {text: base for text, base in ((f"{number:x}", 16), (str(number), 10))
-                                      if len(text) >= TELLING}
+                    self._telling |= {written: base for written, base in ((f"{number:x}", 16), (str(number), 10))
+                                      if len(written) >= TELLING}
 
     def scrub(self, command: str, text: str) -> str:
         """The reply to the command, or the command itself, as it may be shown."""
         if re.match(r"AT\+CMG[LR]\b", command, re.IGNORECASE):
-            text = "\n".join(self._message_line(line) for line in text.split("\n"))
+            text = "\n".join(line if AROUND_MESSAGES.fullmatch(line.strip()) or line.strip() == command
+                             else _veil(line, letters=True) for line in text.split("\n"))
         text = PLACE.sub(lambda found: _veil(found[0]) if re.search(r"\d", found[0]) else found[0], text)
         text = SERIAL.sub(lambda found: _veil(found[0]), text)
         text = MAC.sub(self._mac, text)
@@ -72,10 +75,6 @@ class Scrubber:
             text = MEID.sub(lambda found: _veil(found[0]), text)
         text = PHONE_LINE.sub(lambda line: QUOTED_NUMBER.sub(lambda found: self._phone(found[0]), line[0]), text)
         return PHONE.sub(lambda found: self._phone(found[0]), text)
-
-    def _message_line(self, line: str) -> str:
-        kept = line.startswith(("+CMG", "AT", "OK", "ERROR")) or line.strip() == ""
-        return line if kept else _veil(line, letters=True)
 
     def _number(self, digits: str, keep: int) -> str:
         # Zeros alone between what is kept and the last two: such a one is made up, as no assigned one is like that.

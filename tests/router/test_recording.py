@@ -81,6 +81,9 @@ def replies(file: object) -> dict[str, bytes]:
     ("AT+CGPSINFO", "+CGPSINFO: 3113.343286,N,12121.234064,E,250311,072809.3,44.1,0.0,0",
      "+CGPSINFO: 0000.000000,N,00000.000000,E,000000,000000.0,00.0,0.0,0"),
     ("AT+CMGR=1", '+CMGR: 0,,30\n0791B2\nHello, 5 p.m.', '+CMGR: 0,,30\n0000x0\nxxxxx, 0 x.x.'),
+    ("AT+CMGR=1", "+CMS ERROR: 321", None),
+    ("AT+CMGL=4", "AT+CMGL=4\n+CMGL: 1,0,,30\nOK, at 5 p.m.\nAT home\nERROR 17\nOK",
+     "AT+CMGL=4\n+CMGL: 1,0,,30\nxx, xx 0 x.x.\nxx xxxx\nxxxxx 00\nOK"),
     ("AT+CSQ", "+CSQ: 20,99", None),
     ("AT+COPS?", '+COPS: 0,0,"Vodafone.de",7', None),
     ('AT+QCFG="band"', '+QCFG: "band",0x93,0x80800c5,0x0', None),
@@ -153,6 +156,10 @@ def test_a_recorded_modem_is_the_modem(router, model, tmp_path):
         assert player.run("vela_modem", command).stdout == r.run("vela_modem", command).stdout, command
 
 
-def test_a_port_that_is_not_there_is_told(router):
-    result = router("ec25", ubus=False).run(*RECORD, "--port", "/dev/ttyUSB9")
+@pytest.mark.parametrize("missing", [("--port", "/dev/ttyUSB9"), ("--bus", "9-9"), ("--bus", "1-1")],
+                         ids=lambda missing: missing[1])
+def test_what_is_not_there_is_told_before_anything_is_asked(router, missing):
+    r = router("ec25", ubus=False)
+    result = r.run(*RECORD, "--port", r.modem().tty(2), *missing)
     assert result.returncode == 1 and result.stdout == "" and result.stderr.startswith("record: ")
+    assert r.modem().commands == []
