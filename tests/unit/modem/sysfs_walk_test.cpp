@@ -1,7 +1,6 @@
 // The walk itself: which entries it meets in which order, how a search steers it, and where it ends.
 #include "modem/sysfs_walk.h"
 
-#include <cstdarg>
 #include <dirent.h>
 #include <fcntl.h>
 #include <functional>
@@ -16,15 +15,28 @@
 
 #include "support/aborts.h"
 #include "support/files.h"
+#include "support/system_calls.h"
 #include "support/tree.h"
 
 namespace {
 
-bool types_are_told = true; // by the file system
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+
+// Of a file system that does not tell what an entry is.
+long without_types(long number, long first, long second, long third) {
+    const long result = real_system_call(number, first, second, third);
+    if (number == SYS_getdents64) {
+        auto *const entries = reinterpret_cast<char *>(second);
+        for (long position = 0; position < result;) {
+            auto *const entry = reinterpret_cast<dirent64 *>(entries + position);
+            entry->d_type = DT_UNKNOWN;
+            position += entry->d_reclen;
+        }
+    }
+    return result;
+}
 
 class SysfsWalk : public testing::Test {
 protected:
@@ -100,10 +112,9 @@ TEST_F(SysfsWalk, a_file_system_that_does_not_tell_what_an_entry_is_makes_no_dif
     make_tree(root, {"a/b/c", "a/d", "e"});
     write_file(root / "a/file", "");
     ASSERT_EQ(symlink("a", (root / "link").c_str()), 0);
-    types_are_told = false;
+    const SystemCalls untyped(without_types);
     EXPECT_EQ(walk([](const auto &, const auto &name) { return name == "c" ? Visit::FOUND_DESCEND : Visit::DESCEND; }),
               1);
-    types_are_told = true;
     EXPECT_THAT(met, UnorderedElementsAre("a", "a/b", "a/b/c", "a/d", "e"));
     EXPECT_EQ(counter, 6);
 }
@@ -291,24 +302,3 @@ TEST_F(SysfsWalk, a_longer_path_aborts) {
 }
 
 } // namespace
-
-// In place of the C library's own in all that is linked statically (the linker's --wrap).
-extern "C" long __real_syscall(long number, ...);
-extern "C" long __wrap_syscall(long number, ...) {
-    va_list arguments;
-    va_start(arguments, number);
-    const long first = va_arg(arguments, long);
-    const long second = va_arg(arguments, long);
-    const long third = va_arg(arguments, long);
-    va_end(arguments);
-    const long result = __real_syscall(number, first, second, third);
-    if (number == SYS_getdents64 && !types_are_told) {
-        auto *const entries = reinterpret_cast<char *>(second);
-        for (long position = 0; position < result;) {
-            auto *const entry = reinterpret_cast<dirent64 *>(entries + position);
-            entry->d_type = DT_UNKNOWN;
-            position += entry->d_reclen;
-        }
-    }
-    return result;
-}

@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -24,12 +23,19 @@
 #include "support/files.h"
 #include "support/interruptions.h"
 #include "support/short_memory.h"
+#include "support/system_calls.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-bool kernel_has_close_range = true;
+long without_close_range(long number, long first, long second, long third) {
+    if (number == SYS_close_range) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return real_system_call(number, first, second, third);
+}
 
 // A limit of this process, lower for a while.
 class Limit {
@@ -367,9 +373,8 @@ TEST(ShellHost, nor_on_a_kernel_that_cannot_close_them_all_at_once) {
     const Descriptor high(fcntl(ours.get(), F_DUPFD, 100));
     const Limit descriptors(RLIMIT_NOFILE, 200); // they are closed one by one
     const std::string test = say_which_are_open(ours, high);
-    kernel_has_close_range = false;
+    const SystemCalls old_kernel(without_close_range);
     EXPECT_EQ(output(test.c_str()), "");
-    kernel_has_close_range = true;
 }
 
 TEST(ShellHost, without_descriptors_to_spare_no_output_is_read) {
@@ -551,19 +556,3 @@ TEST(ShellWord, what_it_would_take_apart) {
 }
 
 } // namespace
-
-// In place of the C library's own in all that is linked statically (the linker's --wrap).
-extern "C" long __real_syscall(long number, ...);
-extern "C" long __wrap_syscall(long number, ...) {
-    va_list arguments;
-    va_start(arguments, number);
-    const long first = va_arg(arguments, long);
-    const long second = va_arg(arguments, long);
-    const long third = va_arg(arguments, long);
-    va_end(arguments);
-    if (number == SYS_close_range && !kernel_has_close_range) {
-        errno = ENOSYS;
-        return -1;
-    }
-    return __real_syscall(number, first, second, third);
-}
