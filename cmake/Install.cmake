@@ -28,9 +28,7 @@ install(CODE "
     file(CREATE_LINK ../../bin/vela_api \"${link}\" SYMBOLIC)
     message(STATUS \"Installing: ${link}\")" COMPONENT rpcd)
 
-if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/www/index.html)
-    install(DIRECTORY www/ DESTINATION /www/vela_modem COMPONENT web)
-endif()
+install(DIRECTORY www/ DESTINATION /www/vela_modem COMPONENT web)
 
 install(FILES man/vela_modem.8 man/vela_api.8 DESTINATION share/man/man8 COMPONENT doc)
 # The shell looks for a program's completion under its name; one file has both.
