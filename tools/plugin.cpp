@@ -9,6 +9,7 @@
 
 #include "platform/text.h"
 #include "tools/complain.h"
+#include "tools/own_path.h"
 
 namespace {
 
@@ -17,9 +18,7 @@ constexpr const char *PLUGIN_NAME = "vela_modem.so";
 // The plug-in beside this program; by its bare name, for the loader to find, where it is not there.
 const char *default_plugin() {
     static char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (length > 0) {
-        path[length] = '\0';
+    if (read_own_path(path)) {
         const auto name = static_cast<size_t>(strrchr(path, '/') + 1 - path);
         text_copy(std::span(path).subspan(name), PLUGIN_NAME);
         if (access(path, R_OK) == 0) {

@@ -11,7 +11,7 @@ Json parse_request(const char *text) {
         complain("out of memory", "");
         return nullptr;
     }
-    Json request(json_tokener_parse_ex(tokener, text, static_cast<int>(strlen(text)) + 1));
+    Json request(json_tokener_parse_ex(tokener, text, -1));
     const json_tokener_error error = json_tokener_get_error(tokener);
     const size_t end = json_tokener_get_parse_end(tokener);
     json_tokener_free(tokener);

@@ -16,6 +16,7 @@
 #include "platform/owners.h"
 #include "platform/text.h"
 #include "tools/complain.h"
+#include "tools/own_path.h"
 #include "tools/plugin.h"
 #include "tools/request.h"
 #include "tools/rpcd_arguments.h"
@@ -29,24 +30,21 @@ constexpr size_t METHOD_SIZE = 64;
 constexpr size_t REQUEST_SIZE = 65536;
 
 // What is said where memory is short, or where a handler ended the process; ready made, as nothing else works then.
-constexpr char OUT_OF_MEMORY[] = "{\"msg\":\"out of memory\",\"code\":-17}\n";
+constexpr char OUT_OF_MEMORY[] = "{\"msg\":\"out of memory\",\"code\":-17}";
 constexpr char TOO_LONG[] = "{\"msg\":\"a text is too long\",\"code\":-17}\n";
 
+// A line, as the whole output.
 int print(const char *text) {
-    return fputs(text, stdout) != EOF && fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_NO_CALL;
-}
-
-// The object on one line, as the whole output.
-int print_object(json_object *object) {
-    const char *text = vjson_text(object, JSON_C_TO_STRING_PLAIN);
-    return *text != '\0' && print(text) == EXIT_SUCCESS ? print("\n") : print(OUT_OF_MEMORY);
+    return puts(text) != EOF && fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_NO_CALL;
 }
 
 // A handler's reply, or one of no handler's with the reason as "msg".
 int answer(Json reply, int32_t code, const char *reason = nullptr) {
     vjson_add_string(reply.get(), "msg", reason);
     vjson_add_int(reply.get(), "code", code);
-    return vjson_contain_key(reply.get(), "code") != 0 ? print_object(reply.get()) : print(OUT_OF_MEMORY);
+    const bool is_whole = vjson_contain_key(reply.get(), "code") != 0;
+    const char *text = is_whole ? vjson_text(reply.get(), JSON_C_TO_STRING_PLAIN) : "";
+    return print(*text != '\0' ? text : OUT_OF_MEMORY);
 }
 
 int refuse(int32_t code, const char *reason) {
@@ -115,9 +113,7 @@ void continue_by_own_name(std::span<char *const> words) {
     static char first[] = "rpcd";
     char *argv[] = {name, first, nullptr, nullptr, nullptr};
     char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (length > 0 && words.size() <= 2) {
-        path[length] = '\0';
+    if (words.size() <= 2 && read_own_path(path)) {
         std::copy(words.begin(), words.end(), argv + 2);
         execv(path, argv);
     }
@@ -140,7 +136,8 @@ int rpcd_list(const char *plugin) {
         make_method(row.path, method);
         vjson_add_object(methods.get(), method, arguments.release());
     }
-    return print_object(methods.get());
+    const char *text = methods != nullptr ? vjson_text(methods.get(), JSON_C_TO_STRING_PLAIN) : "";
+    return *text != '\0' ? print(text) : complain("out of memory", "");
 }
 
 int rpcd_call(const char *plugin, const char *method) {

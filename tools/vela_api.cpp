@@ -35,17 +35,24 @@ int print_usage() {
     return EXIT_NO_CALL;
 }
 
-// All of standard input as one text; null when memory is short.
+// All of standard input as one text, which is empty where nothing could be read; null, with the reason told on standard
+// error, where it is no text or memory is short.
 Allocated<char> read_standard_input() {
     char *text = nullptr;
     size_t size = 0;
-    // A JSON text holds no NUL, so this reads to the end.
+    // A text holds no NUL, so this reads to the end.
     const ssize_t length = getdelim(&text, &size, '\0', stdin);
+    Allocated<char> input(text);
     if (length < 0) {
-        free(text);
-        text = strdup("");
+        input.reset(strdup(""));
     }
-    return Allocated<char>(text);
+    if (input == nullptr) {
+        complain("out of memory", "");
+    } else if (length > 0 && text[length - 1] == '\0') {
+        complain("the request is not JSON: it holds a NUL", "");
+        input.reset();
+    }
+    return input;
 }
 
 int print_list(const EndpointTable &table) {
@@ -64,7 +71,10 @@ int call(const EndpointTable &table, const char *method, const char *path, const
     Allocated<char> input;
     if (strcmp(argument, "-") == 0) {
         input = read_standard_input();
-        argument = input != nullptr ? input.get() : "";
+        if (input == nullptr) {
+            return EXIT_NO_CALL;
+        }
+        argument = input.get();
     }
     const Json request = parse_request(argument);
     if (request == nullptr) {

@@ -128,7 +128,7 @@ def test_a_dash_reads_the_request_from_standard_input(ec25):
         assert result.stdout == '{\n  "message":"AT\\r\\r\\nOK\\r\\n"\n}\n'
 
 
-@pytest.mark.parametrize("body", ["", "nix", "{" * 100000, "[]"], ids=lambda body: body[:3])
+@pytest.mark.parametrize("body", ["", "nix", "{" * 100000, "[]", "{}\0", "{}\0{}"], ids=lambda body: repr(body[:4]))
 def test_bad_json_from_standard_input_exits_with_2(ec25, body):
     result = ec25.run("vela_api", "post", "/modem/at", "-", input=body)
     assert (result.returncode, result.stdout) == (2, "") and result.stderr.startswith("vela_api: the request is not ")

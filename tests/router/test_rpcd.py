@@ -6,8 +6,10 @@ from pathlib import Path
 from typing import Iterator
 
 import pytest
+from fault_runs import REPORT, sampled
 from test_endpoints import ENDPOINTS, command
 from velasim import Router
+from velasim.router import Result
 
 SOURCE = Path(__file__).resolve().parents[2]
 PROGRAM = "/usr/libexec/rpcd/vela_modem"
@@ -210,6 +212,26 @@ def test_without_the_plug_in_there_is_a_code_and_no_list(ec25):
     assert (result.returncode, json.loads(result.stdout)) == (0, {"msg": "the plug-in cannot be loaded", "code": -17})
     result = ec25.run("vela_api", "--plugin", "/nonexistent.so", "rpcd", "list")
     assert (result.returncode, result.stdout) == (2, "")
+
+
+@pytest.mark.shipped
+def test_short_of_memory_a_call_has_a_code_and_a_list_has_methods_or_is_none(ec25):
+    def run(number: int, *words: str) -> tuple[Result, int]:
+        environment = {"LD_PRELOAD": str(ec25.build / "tests/router/faults/short_memory.so"),
+                       "FAULTS_MEMORY": f"{number} on {REPORT}"}
+        result = ec25.run("vela_api", "rpcd", *words, env=environment, input="{}")
+        return result, int(ec25.read(REPORT).split()[0])
+
+    _, allocations = run(0, "list")
+    for number in sampled(allocations, every=False, most=20):
+        listed, _ = run(number, "list")
+        if (listed.returncode, listed.stdout) != (2, ""):
+            assert listed.returncode == 0, number
+            assert all(isinstance(arguments, dict) for arguments in json.loads(listed.stdout).values()), number
+    _, allocations = run(0, "call", "sms_code")
+    for number in sampled(allocations, every=False, most=20):
+        called, _ = run(number, "call", "sms_code")
+        assert called.returncode == 0 and type(json.loads(called.stdout)["code"]) is int, number
 
 
 def test_keys_that_a_handler_does_not_know_are_ignored(ec25):

@@ -1,9 +1,9 @@
 // Preloaded into a program, makes the n-th allocation fail, and knows which memory was never released.
 //
-// In vela_modem it does so by itself: the environment's FAULTS_MEMORY holds "N MODE FILE". The N-th allocation of main
-// fails (0: none), with MODE "on" all after it, too. When the process ends, FILE gets how many allocations there were,
-// how many had not been released, and whether one has failed. What the program starts knows nothing of it. In
-// call_handler.c the functions of short_memory.h do the same for each call of a handler.
+// In vela_modem and vela_api it does so by itself: the environment's FAULTS_MEMORY holds "N MODE FILE". The N-th
+// allocation of main fails (0: none), with MODE "on" all after it, too. When the process ends, FILE gets how many
+// allocations there were, how many had not been released, and whether one has failed. What the program starts knows
+// nothing of it. In call_handler.c the functions of short_memory.h do the same for each call of a handler.
 #define _GNU_SOURCE
 #include "short_memory.h"
 
@@ -172,7 +172,8 @@ struct short_memory_report short_memory_report(void) {
 __attribute__((constructor)) static void begin(void) {
     tzset(); // which the C library keeps for good, from the first line of the system log on
     const char *plan = getenv("FAULTS_MEMORY");
-    if (plan == NULL || strcmp(program_invocation_short_name, "vela_modem") != 0)
+    const char *name = program_invocation_short_name;
+    if (plan == NULL || (strcmp(name, "vela_modem") != 0 && strcmp(name, "vela_api") != 0))
         return;
     long first_failure = 0;
     char mode[8] = "";
