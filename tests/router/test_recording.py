@@ -2,10 +2,12 @@
 
 import json
 import re
+import runpy
 
 import check_modems
 import pytest
 from at_client import talk
+from product_sources import DIRECTORIES, ROOT
 from velasim import Router
 from velasim.modem_file import load, parse
 from velasim.scrub import Scrubber
@@ -35,6 +37,12 @@ TELLING = {
 }
 SECRETS = [IMEI, IMSI, ICCID, NUMBER, CENTRE, "84207103", "7B21", "1A2D003", "1a2d003", "27447299", "52.52001",
            "13.40495", "061951", "3C:84:6A", "0791947122723033"]
+
+
+# What the program may ask: a literal of its sources without a value that it would set (nor a scan for networks, which
+# takes minutes). And what restarts a modem.
+QUESTION = re.compile(r'"(AT(?:I|[+!^]\w+(?:\?|=\\"\w+\\")?)?)"')
+RESTARTING = {"AT!RESET", "AT+CRESET", "AT+QPOWD", "AT+ZRST"}
 
 
 def recorded_by(r: Router, model: str, *more: str) -> str:
@@ -94,6 +102,15 @@ def test_what_tells_of_the_owner_is_made_up_at_the_same_length(command, reply, e
     text = scrubber.scrub(command, reply)
     assert text == (reply if expected is None else expected)
     assert len(text) == len(reply)
+
+
+def test_it_asks_all_that_the_program_asks_and_restarts_nothing():
+    sources = [path for directory in DIRECTORIES for path in (ROOT / directory).rglob("*.cpp")]
+    questions = {text.replace('\\"', '"') for path in sources
+                 for text in QUESTION.findall(path.read_text(encoding="utf-8"))}
+    recorded = set(runpy.run_path(str(ROOT / "sim/record"))["COMMANDS"])
+    assert len(questions) > 20 and RESTARTING <= questions
+    assert questions - RESTARTING <= recorded and not RESTARTING & recorded
 
 
 def test_the_same_becomes_the_same_and_another_one_another():
