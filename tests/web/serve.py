@@ -16,7 +16,7 @@ from velasim.router import Router  # noqa: E402
 from web_demo import BUS, MESSAGES, set_signal, web_router  # noqa: E402
 from web_server import User, WebServer  # noqa: E402
 
-USERS = {"root": "the password", "reader": "another one"}
+USERS = {"root": "the password", "reader": "another one", "stranger": "a third one"}
 SPOOL = "/etc/spool/sms"
 INTERFACES = BUS["interfaces"]
 
@@ -88,7 +88,8 @@ class Stage:
 
 
 def main() -> None:
-    users = [User("root", USERS["root"]), User("reader", USERS["reader"], write=())]
+    users = [User("root", USERS["root"]), User("reader", USERS["reader"], write=()),
+             User("stranger", USERS["stranger"], read=(), write=())]
     with web_router(quick=20) as router, WebServer(router, users) as server:
         stage = Stage(router, server)
         print(json.dumps({"address": server.address, "users": USERS}), flush=True)

@@ -2,7 +2,19 @@
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { describe, test } from 'node:test';
-import { ask, button, eventually, factsOf, nextRound, open, openSignedIn, shows, signIn, useStage } from './stage.js';
+import {
+  ask,
+  button,
+  eventually,
+  factsOf,
+  nextRound,
+  open,
+  openSignedIn,
+  shows,
+  signIn,
+  useStage,
+  users,
+} from './stage.js';
 
 const MINUS = '\u2212';
 const HYPHEN = '\u2011'; // that does not break
@@ -19,6 +31,16 @@ describe('signing in', () => {
     await page.getByLabel('Password').fill('the password');
     await page.keyboard.press('Enter');
     await page.getByRole('heading', { level: 1, name: 'Modems' }).waitFor();
+  });
+
+  test('a user who may not even look is told so', async (t) => {
+    const page = await open(t);
+    await page.getByLabel('User name').fill('stranger');
+    await page.getByLabel('Password').fill(users.stranger);
+    await button(page, 'Sign in').click();
+    await shows(page, 'This user may not see the modems.');
+    assert.equal(await page.evaluate(() => sessionStorage.getItem('vela_modem.session')), null);
+    assert.deepEqual(await ask('calls'), []);
   });
 
   test('a reload keeps the session, and signing out ends it on the router, too', async (t) => {
