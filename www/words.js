@@ -25,14 +25,14 @@ const SIMS = {
 const LTE = {
 	rsrp: ['RSRP', 'dBm', [-90, -105, -120]],
 	rsrq: ['RSRQ', 'dB', [-9, -12, -13]],
-	sinr: ['SINR', 'dB', [20, 12, 0]],
+	sinr: ['SINR', '', [20, 12, 0]], // scales differ
 	rssi: ['RSSI', 'dBm', [-65, -75, -85]],
 };
 const OTHERS = {
 	rscp: ['RSCP', 'dBm', [-60, -70, -85]],
 	ecio: ['Ec/Io', 'dB', [0, -10, -20]],
 	rssi: ['RSSI', 'dBm', [-70, -80, -95]],
-	sinr: ['SINR', 'dB'],
+	sinr: ['SINR', ''],
 };
 // What the chart follows: the first that the modem tells. RANGE is what it covers at least.
 const CHARTED = [['rsrp', [-120, -80]], ['rscp', [-110, -70]], ['rssi', [-100, -60]]];

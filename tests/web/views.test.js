@@ -135,7 +135,7 @@ describe('one modem', () => {
       [
         ['RSRP', `${MINUS}98 dBm`, 'Good'],
         ['RSRQ', `${MINUS}9 dB`, 'Very good'],
-        ['SINR', '15 dB', 'Good'],
+        ['SINR', '15', 'Good'],
         ['RSSI', `${MINUS}70 dBm`, 'Good'],
       ],
     );
