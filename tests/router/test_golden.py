@@ -60,7 +60,7 @@ NETWORK = "config interface 'modem_1_1_2'\n"
 STATE = {"interfaces": {"modem_1_1_2": {"state": "down", "on_up": "up", "on_reload": "down"}}}
 
 # What shell commands begin with, of those that run any: they look the carrier up, ask the radio for its channel, drive
-# the configuration and the link. What the latter do in which order is tested in test_connect.py.
+# the configuration and the link. What the latter do in which order is tested in test_*connect*.py.
 CARRIER = ('echo "', "cat /usr/share/modem/operator.dat|grep ")
 CONNECTION = (*CARRIER, "cat /tmp/sim_", "uci set network.modem_1_1_2.disabled=", "uci commit ",
               "uci get firewall.@zone[1].network", "uci set firewall.@zone[1].network=", "/etc/init.d/firewall reload",
