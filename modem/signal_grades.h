@@ -11,7 +11,7 @@
 constexpr int32_t BEST_GRADE = 4;
 
 // The least value for each grade from the best to the last but one; anything below the last limit has grade 1.
-using GradeLimits = std::array<int32_t, BEST_GRADE - 1>;
+using GradeLimits = std::array<int16_t, BEST_GRADE - 1>;
 
 constexpr int32_t signal_grade(const GradeLimits &limits, int32_t value) {
     int32_t grade = BEST_GRADE;

@@ -22,8 +22,8 @@ constexpr off_t SCRIPT_PREFIX = 24;
 constexpr size_t CODE_LENGTH = 3;
 
 struct CustomApn {
-    const char *imsi_prefix;
-    const char *apn;
+    char imsi_prefix[12];
+    char apn[12];
 };
 
 // SIMs that need their APN whatever network they report, in the order in which they are tried.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -14,8 +15,8 @@ constexpr size_t FIBOCOM_FIELD_SIZE = 16;
 // A kind of list: the label by which it is found, and how far behind the label's start its values begin, whatever
 // stands between the two.
 struct FibocomList {
-    std::string_view label;
-    size_t values;
+    char label[19];
+    uint8_t values;
 };
 
 // The values of the first list of that kind and all that follows them in the reply, which outlives them. Empty where
@@ -33,8 +34,8 @@ int fibocom_atcmd_value_parser(std::string_view text, int number, std::span<char
 // A value that becomes a member of an object: the member is its text, or, where `convert` is given, what that makes of
 // the text in its buffer of FIBOCOM_FIELD_SIZE.
 struct FibocomColumn {
-    int field;
-    const char *key;
+    uint8_t field;
+    char key[15];
     void (*convert)(std::span<char> value) = nullptr;
 };
 

@@ -57,8 +57,8 @@ constexpr QuectelColumn CELL_COLUMNS[] = {
 };
 
 struct CarrierKind {
-    const char *word;
-    const char *type;
+    char word[4];
+    char type[4];
     QuectelColumn state;
 };
 
@@ -133,8 +133,8 @@ constexpr QuectelColumn GSM_COLUMNS[] = {
 };
 
 struct ServingTechnology {
-    const char *word;
-    const char *rat; // null: the technology as it was sent
+    char word[8];
+    char rat[8]; // empty: the technology as it was sent
     std::span<const QuectelColumn> first_columns;
     std::span<const QuectelColumn> own_columns;
     bool in_whole_reply = false; // the word is sought from the record to the reply's end, not in its field alone
@@ -145,8 +145,8 @@ constexpr ServingTechnology SERVING_TECHNOLOGIES[] = {
     {"LTE", "LTE", {}, LTE_COLUMNS},
     {"WCDMA", "WCDMA", COMMON_COLUMNS, WCDMA_COLUMNS},
     {"TDSCDMA", "TDSCDMA", COMMON_COLUMNS, TDSCDMA_COLUMNS},
-    {"CDMA", nullptr, COMMON_COLUMNS, CDMA_COLUMNS},
-    {"HDR", nullptr, COMMON_COLUMNS, CDMA_COLUMNS, true},
+    {"CDMA", "", COMMON_COLUMNS, CDMA_COLUMNS},
+    {"HDR", "", COMMON_COLUMNS, CDMA_COLUMNS, true},
     {"GSM", "GSM", COMMON_COLUMNS, GSM_COLUMNS},
 };
 
@@ -171,7 +171,7 @@ constexpr QuectelColumn WCDMA_NEIGHBOUR_COLUMNS[] = {
 };
 
 struct NeighbourTechnology {
-    const char *rat;
+    char rat[6];
     std::span<const QuectelColumn> columns;
 };
 
@@ -223,7 +223,7 @@ int read_quectel_serving_cell(const char *record, json_object *cell) {
     }
     quectel_add_fields(record, technology->first_columns, cell);
     quectel_add_fields(record, technology->own_columns, cell);
-    vjson_add_string(cell, "rat", technology->rat != nullptr ? technology->rat : sent);
+    vjson_add_string(cell, "rat", technology->rat[0] != '\0' ? technology->rat : sent);
     return 0;
 }
 

@@ -14,15 +14,15 @@ constexpr size_t COMMAND_SIZE = 100;
 // A context, as the two commands have it. Both have to name the same one, and the same type in their own ways.
 struct DataContext {
     int number;
-    const char *pdp_type; // of AT+CGDCONT (3GPP TS 27.007)
-    int context_type;     // of AT+QICSGP (Quectel's TCP/IP manual): 1 IPv4, 3 IPv4 and IPv6
+    char pdp_type[7]; // of AT+CGDCONT (3GPP TS 27.007)
+    int context_type; // of AT+QICSGP (Quectel's TCP/IP manual): 1 IPv4, 3 IPv4 and IPv6
 };
 
 constexpr DataContext ORDINARY = {1, "IP", 1};
 constexpr DataContext VERIZON = {3, "IPV4V6", 3};
 
 struct Authentication {
-    std::string_view text;
+    char text[12];
     int code;
 };
 
@@ -51,7 +51,7 @@ const char *or_empty(const char *text) {
 
 int quectel_authentication_code(const char *text) {
     for (const Authentication &row : AUTHENTICATIONS) {
-        if (row.text == text) {
+        if (std::string_view(row.text) == text) {
             return row.code;
         }
     }

@@ -14,9 +14,9 @@ constexpr size_t QUECTEL_FIELD_SIZE = 100;
 // A kind of line: the tag by which it is found, where behind the tag's start its record begins (within the tag), and
 // how far behind the tag's start the search for the next line goes on.
 struct QuectelLine {
-    const char *tag;
-    size_t record;
-    size_t step;
+    char tag[17];
+    uint8_t record;
+    uint8_t step;
 };
 
 // What follows the word is free. The echo of the command has no blank before the quote, so it is no such line.
@@ -46,8 +46,8 @@ int quectel_get_field(const char *record, int number, std::span<char> field);
 
 // A field that becomes a member of an object: the member is its text, or, where `word` is given, what that makes of it.
 struct QuectelColumn {
-    int field;
-    const char *key;
+    uint8_t field;
+    char key[13];
     const char *(*word)(const char *value) = nullptr;
 };
 

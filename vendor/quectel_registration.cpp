@@ -10,7 +10,7 @@ namespace {
 constexpr size_t REPLY_SIZE = 256;
 
 // Either will do, and the second is asked only where the first does not.
-constexpr const char *QUESTIONS[] = {"AT+CREG?", "AT+CEREG?"};
+constexpr char QUESTIONS[][10] = {"AT+CREG?", "AT+CEREG?"};
 
 } // namespace
 

@@ -19,15 +19,15 @@ constexpr size_t REPLY_SIZE = 1024;
 
 constexpr QuectelLine SIGNAL_LINE = {"+QCSQ: ", 7, 12};
 
-enum class Reading {
+enum class Reading : uint8_t {
     AS_SENT,
     NEGATED, // a minus sign before the number, whatever the number's own sign; clients know "--65"
     SCALED,  // a tenth, rounded; the modem counts fifths of a dB above -20, so this is no dB, but clients know it so
 };
 
 struct Measurement {
-    const char *key;
-    int field;
+    char key[6];
+    uint8_t field;
     Reading reading;
 };
 
@@ -59,22 +59,24 @@ constexpr Measurement EVDO_MEASUREMENTS[] = {
     {"sinr", 3, Reading::SCALED},
 };
 
-// A system mode by the word that it contains; `type` null: the mode as it was sent. In the order in which they are
-// tried, as some words contain others.
+// What becomes the type: the word, or the mode as it was sent.
+enum class Type : uint8_t { WORD, AS_SENT };
+
+// A system mode by the word that it contains. In the order in which they are tried, as some words contain others.
 struct SystemMode {
-    const char *word;
-    const char *type;
+    char word[10];
+    Type type;
     std::span<const Measurement> measurements;
 };
 
 constexpr SystemMode SYSTEM_MODES[] = {
-    {"LTE", "LTE", LTE_MEASUREMENTS},
-    {"TDSCDMA", nullptr, WCDMA_MEASUREMENTS},
-    {"WCDMA", nullptr, WCDMA_MEASUREMENTS},
-    {"GSM", "GSM", GSM_MEASUREMENTS},
-    {"CDMA-EVDO", "CDMA-EVDO", CDMA_EVDO_MEASUREMENTS},
-    {"CDMA", "CDMA", CDMA_MEASUREMENTS},
-    {"EVDO", "EVDO", EVDO_MEASUREMENTS},
+    {"LTE", Type::WORD, LTE_MEASUREMENTS},
+    {"TDSCDMA", Type::AS_SENT, WCDMA_MEASUREMENTS},
+    {"WCDMA", Type::AS_SENT, WCDMA_MEASUREMENTS},
+    {"GSM", Type::WORD, GSM_MEASUREMENTS},
+    {"CDMA-EVDO", Type::WORD, CDMA_EVDO_MEASUREMENTS},
+    {"CDMA", Type::WORD, CDMA_MEASUREMENTS},
+    {"EVDO", Type::WORD, EVDO_MEASUREMENTS},
 };
 
 void add_measurement(const char *record, const Measurement &measurement, json_object *signal) {
@@ -103,7 +105,7 @@ bool read_signal(const char *record, json_object *signal) {
     }
     for (const SystemMode &mode : SYSTEM_MODES) {
         if (has_keystr(sent_mode, mode.word)) {
-            vjson_add_string(signal, "type", mode.type != nullptr ? mode.type : sent_mode);
+            vjson_add_string(signal, "type", mode.type == Type::WORD ? mode.word : sent_mode);
             for (const Measurement &measurement : mode.measurements) {
                 add_measurement(record, measurement, signal);
             }
@@ -129,7 +131,7 @@ constexpr QuectelColumn EP06_WCDMA_COLUMNS[] = {
 };
 
 struct Ep06Technology {
-    const char *name;
+    char name[6];
     std::span<const QuectelColumn> columns;
 };
 

@@ -17,8 +17,8 @@ inline constexpr GradeLimits QUECTEL_RSCP = {-60, -70, -85};
 
 // A measurement that counts for the level: its key in the signal object and its limits.
 struct QuectelQuantity {
-    const char *key;
-    const GradeLimits &limits;
+    char key[6];
+    GradeLimits limits;
 };
 
 inline constexpr QuectelQuantity QUECTEL_LTE_QUANTITIES[] = {
@@ -48,32 +48,34 @@ inline constexpr QuectelQuantity QUECTEL_GSM_QUANTITIES[] = {
     {"rssi", RSSI_2G_3G},
 };
 
-// A technology by the "type" of its signal object: what counts for its level (the sum of the grades divided by their
-// number), and its rank (the generation, and how it compares with others). `adds_up`: on an EP06 the level starts from
-// the previous line's, see quectel_signal_level.
+// A technology by the "type" of its signal object: its rank (the generation, and how it compares with others), and what
+// counts for its level (the sum of the grades divided by their number). `adds_up`: on an EP06 the level starts from the
+// previous line's, see quectel_signal_level.
 struct QuectelTechnology {
-    const char *type;
+    char type[10];
+    uint8_t rank;
+    bool adds_up;
     std::span<const QuectelQuantity> quantities;
-    int rank;
-    bool adds_up = false;
 };
 
-// In the order in which types are compared, which decides what a shortened type stands for.
+// In the order in which types are compared, which decides what a shortened type stands for. One row a line.
+// clang-format off
 inline constexpr QuectelTechnology QUECTEL_TECHNOLOGIES[] = {
-    {"LTE", QUECTEL_LTE_QUANTITIES, 4},
-    {"WCDMA", QUECTEL_WCDMA_QUANTITIES, 3, true},
-    {"TDSCDMA", QUECTEL_WCDMA_QUANTITIES, 3, true},
-    {"CDMA", QUECTEL_CDMA_QUANTITIES, 2},
-    {"EVDO", QUECTEL_CDMA_QUANTITIES, 3},
-    {"CDMA-EVDO", QUECTEL_CDMA_EVDO_QUANTITIES, 3},
-    {"GSM", QUECTEL_GSM_QUANTITIES, 2},
+    {"LTE", 4, false, QUECTEL_LTE_QUANTITIES},
+    {"WCDMA", 3, true, QUECTEL_WCDMA_QUANTITIES},
+    {"TDSCDMA", 3, true, QUECTEL_WCDMA_QUANTITIES},
+    {"CDMA", 2, false, QUECTEL_CDMA_QUANTITIES},
+    {"EVDO", 3, false, QUECTEL_CDMA_QUANTITIES},
+    {"CDMA-EVDO", 3, false, QUECTEL_CDMA_EVDO_QUANTITIES},
+    {"GSM", 2, false, QUECTEL_GSM_QUANTITIES},
 };
+// clang-format on
 
 // --- Words ---
 
 struct QuectelWord {
-    int32_t code;
-    const char *word;
+    uint8_t code;
+    char word[13];
 };
 
 // "ul_bandwidth" and "dl_bandwidth" of the serving cell, by the first character of the field.

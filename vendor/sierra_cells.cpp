@@ -14,9 +14,9 @@ namespace {
 constexpr size_t REPLY_SIZE = 2048;
 
 struct Member {
-    const char *label;
-    size_t occurrence; // of the label in the whole reply
-    const char *key;
+    char label[16];
+    uint8_t occurrence; // of the label in the whole reply
+    char key[10];
 };
 
 // RSRP has one label for all: the two antennas of the primary carrier come first, then those of the secondary one.
@@ -59,16 +59,16 @@ constexpr Member WCDMA_MEMBERS[] = {
 // clang-format on
 
 struct CellKind {
-    const char *type;
-    const char *word; // anywhere in the reply: there is such a cell
+    char type[12];
+    char word[6]; // anywhere in the reply: there is such a cell
+    char rat[6];
     std::span<const Member> members;
-    const char *rat;
 };
 
 constexpr CellKind CELL_KINDS[] = {
-    {"PSS", "LTE", PRIMARY_MEMBERS, "LTE"},
-    {"SSS", "SCC", SECONDARY_MEMBERS, "LTE"},
-    {"servingcell", "WCDMA", WCDMA_MEMBERS, "WCDMA"},
+    {"PSS", "LTE", "LTE", PRIMARY_MEMBERS},
+    {"SSS", "SCC", "LTE", SECONDARY_MEMBERS},
+    {"servingcell", "WCDMA", "WCDMA", WCDMA_MEMBERS},
 };
 
 void fill_cell(const char *reply, const CellKind &kind, json_object *cell) {

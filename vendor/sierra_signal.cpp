@@ -16,8 +16,8 @@ constexpr size_t REPLY_SIZE = 1024;
 constexpr GradeLimits SIERRA_LTE_SINR = {13, 10, 7}; // these steps are this dialect's own
 
 struct Quantity {
-    const char *label;
-    const GradeLimits &limits;
+    char label[16];
+    GradeLimits limits;
 };
 
 // The blanks belong to the labels: a line with fewer of them is not read.
@@ -31,7 +31,7 @@ constexpr Quantity LTE_QUANTITIES[] = {
 constexpr Quantity WCDMA_QUANTITIES[] = {{"RxM RSSI C0:", LTE_RSSI}};
 
 struct Technology {
-    const char *name;
+    char name[6];
     int generation;
     std::span<const Quantity> quantities;
 };

@@ -18,8 +18,8 @@ namespace {
 
 // A member of the report that counts for the level.
 struct Quantity {
-    const char *key;
-    const GradeLimits &limits;
+    char key[7];
+    GradeLimits limits;
 };
 
 constexpr GradeLimits LTE_SNR = {200, 120, 0}; // tenths of a dB
@@ -30,8 +30,8 @@ constexpr Quantity SECOND_GENERATION_QUANTITIES[] = {{"signal", RSSI_2G_3G}};
 
 // A member of the report and the key it is shown under.
 struct Measurement {
-    const char *key;
-    const char *source;
+    char key[5];
+    char source[7];
 };
 
 constexpr Measurement LTE_MEASUREMENTS[] = {{"rssi", "rssi"}, {"rsrp", "rsrp"}, {"rsrq", "rsrq"}, {"sinr", "snr"}};
@@ -41,8 +41,8 @@ constexpr Measurement GSM_MEASUREMENTS[] = {{"rssi", "signal"}};
 constexpr Measurement TDMA_MEASUREMENTS[] = {{"rssi", "rssi"}};
 
 struct Technology {
-    const char *type;
-    const char *shown_as;
+    char type[6];
+    char shown_as[6];
     int generation;
     std::span<const Quantity> quantities;
     std::span<const Measurement> measurements;
