@@ -27,7 +27,7 @@ constexpr int LOCK_RETRY_MS = 1;
 constexpr int GATHER_MS = 10;
 
 struct SilenceLimit {
-    std::string_view prefix;
+    char prefix[12];
     int silent_reads;
 };
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char *BAND_OPTIONS[] = {"velaconfig.modem.dev1", "velaconfig.modem.dev2", "velaconfig.modem.dev3"};
+constexpr char BAND_OPTIONS[][22] = {"velaconfig.modem.dev1", "velaconfig.modem.dev2", "velaconfig.modem.dev3"};
 static_assert(std::size(BAND_OPTIONS) == MOST_MODEMS);
 
 } // namespace

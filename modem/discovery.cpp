@@ -233,7 +233,7 @@ IdRead read_id(const char *path, uint32_t *id) {
 }
 
 // The places of a modem on the routers that have one, in the order in which they are tried.
-constexpr const char *USUAL_BUSES[] = {"1-1.2", "1-1.3", "1-1"};
+constexpr char USUAL_BUSES[][6] = {"1-1.2", "1-1.3", "1-1"};
 
 IdRead read_id_of_usual_bus(const char *file_name, uint32_t *id) {
     for (const char *bus : USUAL_BUSES) {

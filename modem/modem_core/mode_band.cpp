@@ -20,8 +20,8 @@ namespace {
 // A word in a reply, and the generation that it stands for. The strongest generation is looked for first, so a table's
 // order decides where a reply holds several words.
 struct ModeWord {
-    const char *word;
-    const char *mode;
+    char word[9];
+    char mode[3];
 };
 
 // The name of the network's technology in +QNWINFO. HSPA+ counts as 4G.
@@ -68,8 +68,8 @@ int ask_mode(const ModemModel &model, const char *command, std::span<char> reply
 // --- Restriction ---
 
 struct ScanMode {
-    const char *value; // of "nwscanmode"
-    const char *text;
+    char value[2]; // of "nwscanmode"
+    char text[11];
 };
 
 // A single character anywhere in the reply decides, looked for in this order.

@@ -10,9 +10,9 @@
 namespace {
 
 struct SimState {
-    const char *words; // in the reply to AT+CPIN?
+    char words[6]; // in the reply to AT+CPIN?
     int state;
-    const char *text;
+    char text[9];
 };
 
 // In the order in which they are looked for. A reply that ends its line in "PIN" or "PUK" also covers the requests for
@@ -26,7 +26,7 @@ constexpr SimState SIM_STATES[] = {
 
 struct Fault {
     int sim_state;
-    const char *text;
+    char text[8];
 };
 
 constexpr Fault SIM_FAULTS[] = {{-1, "NO_SIM"}, {-2, "PIN_SIM"}, {-4, "PUK_SIM"}};
