@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr const char *BOARDS_WITHOUT[] = {"quillo", "ostrel3", "soltane"};
+constexpr char BOARDS_WITHOUT[][8] = {"quillo", "ostrel3", "soltane"};
 
 bool board_is_supported() {
     const char *board = get_model_name();
@@ -25,7 +25,7 @@ bool board_is_supported() {
 }
 
 // The router's other ways to the Internet. Where the passed-through link runs over one of them, it is no modem's.
-constexpr const char *WIRED_LINKS[] = {"eth1", "pppoe-wan"};
+constexpr char WIRED_LINKS[][10] = {"eth1", "pppoe-wan"};
 
 struct Passthrough {
     char enable[64] = {};

@@ -9,7 +9,7 @@ namespace {
 constexpr size_t TEXT_SIZE = 80;
 
 struct TextKey {
-    const char *key;
+    char key[13];
     int (*ModemOps::*operation)(const ModemModel &model, std::span<char> text);
 };
 

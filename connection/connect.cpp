@@ -31,8 +31,8 @@ int port_number(const ModemModel &model, int known) {
 // What a tty modem connects with: the first row with a bit that the model has.
 struct SerialProtocol {
     uint32_t flag;
-    const char *proto;
-    const char *device_fragment;        // the network device on the bus whose name contains this,
+    char proto[9];
+    char device_fragment[5];            // the network device on the bus whose name contains this, if it is not empty,
     char (ModemModel::*row_device)[16]; // or else the row's
 };
 
@@ -41,8 +41,8 @@ struct SerialProtocol {
 constexpr SerialProtocol SERIAL_PROTOCOLS[] = {
     {PROTO_DIRECTIP, "directip", "eth", nullptr},
     {PROTO_CALLIP, "callip", "wwan", &ModemModel::ppp_ifname},
-    {PROTO_NCM, "ncm", nullptr, &ModemModel::ecm_ifname},
-    {0, "3g", nullptr, &ModemModel::ppp_ifname},
+    {PROTO_NCM, "ncm", "", &ModemModel::ecm_ifname},
+    {0, "3g", "", &ModemModel::ppp_ifname},
 };
 // clang-format on
 
@@ -56,7 +56,7 @@ const SerialProtocol &serial_protocol(uint32_t flags) {
 
 // The device's name goes into `name` where it has to be looked for.
 InterfaceProtocol interface_of(const ModemModel &model, const SerialProtocol &row, std::span<char> name) {
-    if (row.device_fragment != nullptr && modem_get_net_dev(model.bus, row.device_fragment, name) > 0) {
+    if (row.device_fragment[0] != '\0' && modem_get_net_dev(model.bus, row.device_fragment, name) > 0) {
         return {row.proto, name.data()};
     }
     return {row.proto, row.row_device != nullptr ? model.*row.row_device : nullptr};

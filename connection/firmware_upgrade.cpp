@@ -39,8 +39,8 @@ struct UpgradeRequest {
 };
 
 struct RequiredKey {
-    const char *key;
-    const char *missing;
+    char key[16];
+    char missing[24];
     const char *UpgradeRequest::*value;
 };
 

@@ -15,20 +15,20 @@ constexpr size_t PATH_SIZE = 64;
 constexpr size_t LIST_PATH_SIZE = 100;
 
 struct Option {
-    const char *name;
-    const char *value;
+    char name[12];
+    char value[5];
 };
 
 constexpr Option TRACKING_OPTIONS[] = {
     {"family", "ipv4"}, {"reliability", "2"}, {"count", "1"}, {"timeout", "2"},
     {"interval", "5"},  {"down", "3"},        {"up", "5"},
 };
-constexpr const char *TRACKED_ADDRESSES[] = {"8.8.4.4", "8.8.8.8", "208.67.222.222", "208.67.220.220"};
+constexpr char TRACKED_ADDRESSES[][15] = {"8.8.4.4", "8.8.8.8", "208.67.222.222", "208.67.220.220"};
 constexpr Option MEMBER_OPTIONS[] = {{"metric", "4"}, {"weight", "3"}};
 
 struct BusMetric {
-    const char *bus;
-    const char *metric;
+    char bus[6];
+    char metric[3];
 };
 
 constexpr BusMetric HALVOR_METRICS[] = {{"1-1.2", "40"}, {"2-1.2", "60"}, {"1-1.4", "70"}};

@@ -99,11 +99,11 @@ void power_other(const char *board, const char *bus) {
 
 struct ModelReset {
     int32_t modem_id;
-    const char *reset;
-    const char *sim_switch;
+    char reset[10];
+    char sim_switch[10];
 };
 
-// No row: no command. A null one: the supply is switched instead.
+// No row: no command. An empty one: the supply is switched instead.
 // clang-format off
 constexpr ModelReset RESETS[] = {
     {0, "AT+QPOWD", "AT+QPOWD"},
@@ -111,7 +111,7 @@ constexpr ModelReset RESETS[] = {
     {2, "AT+QPOWD", "AT+QPOWD"},
     {3, "AT+QPOWD", "AT+QPOWD"},
     {5, "AT!RESET", "AT!RESET"},
-    {6, "AT+QPOWD", nullptr},
+    {6, "AT+QPOWD", ""},
     {20, "AT+CRESET", "AT+CRESET"},
     {30, "AT+ZRST", "AT+ZRST"},
 };
@@ -151,7 +151,7 @@ const char *reset_command(int32_t modem_id) {
 
 const char *sim_switch_command(int32_t modem_id) {
     const ModelReset *row = reset_of(modem_id);
-    return row != nullptr ? row->sim_switch : nullptr;
+    return row != nullptr && row->sim_switch[0] != '\0' ? row->sim_switch : nullptr;
 }
 
 void modem_at_reset(const char *bus, int port_number, const char *command) {

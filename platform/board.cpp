@@ -16,8 +16,8 @@ namespace {
 constexpr size_t CONTENT_SIZE = 256;
 
 struct NameSource {
-    const char *path;
-    std::string_view separators; // the name is what follows the last of these
+    char path[24];
+    char separators[3]; // the name is what follows the last of these
 };
 
 // In the order of preference.

@@ -15,11 +15,11 @@ namespace {
 constexpr size_t VALUE_SIZE = 16;
 
 struct Radio {
-    const char *board; // null: every other
-    const char *channel_option;
-    const char *disabled_option; // of the default access point
-    const char *device;          // network device of that access point,
-    const char *guest_device;    // and the one to look at where it is disabled
+    char board[7]; // empty: every other
+    char channel_option[24];
+    char disabled_option[33]; // of the default access point
+    char device[6];           // network device of that access point,
+    char guest_device[6];     // and the one to look at where it is disabled
 };
 
 // One row a line.
@@ -27,7 +27,7 @@ struct Radio {
 constexpr Radio RADIOS[] = {
     {"tamber", "wireless.radio0.channel", "wireless.default_radio0.disabled", "wlan0", "wlan1"},
     {"pellin", "wireless.radio0.channel", "wireless.default_radio0.disabled", "wlan0", "wlan1"},
-    {nullptr, "wireless.radio1.channel", "wireless.default_radio1.disabled", "wlan1", "wlan3"},
+    {"", "wireless.radio1.channel", "wireless.default_radio1.disabled", "wlan1", "wlan3"},
 };
 // clang-format on
 

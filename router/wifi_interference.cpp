@@ -30,7 +30,7 @@ constexpr Interference INTERFERENCES[] = {
 
 constexpr int32_t MAY_STAY = 0;
 
-constexpr const char *BOARDS_LEFT_ALONE[] = {"quillo", "dravik", "soltane"};
+constexpr char BOARDS_LEFT_ALONE[][8] = {"quillo", "dravik", "soltane"};
 
 bool is_left_alone(const char *board) {
     return std::any_of(std::begin(BOARDS_LEFT_ALONE), std::end(BOARDS_LEFT_ALONE),

@@ -38,7 +38,7 @@ bool finish(File file) {
 }
 
 struct ReadValue {
-    const char *name;
+    char name[9];
     char (SsmtpAccount::*value)[SSMTP_VALUE_SIZE];
 };
 
