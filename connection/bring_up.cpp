@@ -20,7 +20,7 @@ constexpr int64_t DISCONNECT_PAUSE_MS = 100;
 
 constexpr size_t COMMAND_SIZE = 100;
 constexpr size_t ZONE_COMMAND_SIZE = 1024;
-constexpr std::string_view BLANKS = " \t";
+constexpr char BLANKS[] = " \t";
 
 bool is_board(const char *name) {
     return strcmp(get_model_name(), name) == 0;

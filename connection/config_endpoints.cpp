@@ -58,8 +58,8 @@ int32_t connect(const ModemModel &model, const char *proto, const ConnectionSett
 
 // An option of the interface and the key that it is reported as.
 struct ReportedOption {
-    const char *option;
-    const char *key;
+    char option[11];
+    char key[15];
 };
 
 constexpr ReportedOption OPTIONS_BEFORE_DEVICE[] = {{"service", "service"}};

@@ -41,8 +41,8 @@ bool is_back(const char *bus) {
 #define SIM_GPIO "/sys/class/gpio/gpio1"
 
 struct SimSlot {
-    const char *number;
-    const char *command;
+    char number[2];
+    char command[37];
 };
 
 constexpr SimSlot FIRST_SIM = {"1", "echo 0 > " SIM_GPIO "/value"};

@@ -1,14 +1,15 @@
 // The arguments of the endpoints, as `ubus -v list vela_modem` shows them.
 #pragma once
 
+#include <cstdint>
 #include <span>
 
-enum class ArgumentType { TEXT, INTEGER, BOOLEAN };
+enum class ArgumentType : uint8_t { TEXT, INTEGER, BOOLEAN };
 
 // One key that the endpoint's handler reads from its request.
 struct EndpointArgument {
-    const char *path; // of the endpoint, "/modem/set"
-    const char *name;
+    char path[22]; // of the endpoint, "/modem/set"
+    char name[16];
     ArgumentType type;
 };
 
