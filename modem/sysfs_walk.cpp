@@ -17,8 +17,8 @@ namespace {
 
 constexpr int FAILED = -1;
 
-bool is_dot_entry(std::string_view name) {
-    return name == "." || name == "..";
+bool is_dot_entry(const char *name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
 // The entries of one directory, straight from the kernel: open, getdents64 until it is empty, close. A discovery opens
@@ -101,7 +101,8 @@ private:
         int found = 0;
         Entries::Entry entry;
         while (entries.next(&entry)) {
-            if (is_dot_entry(entry.name) || !is_directory(entries, entry)) {
+            // Most entries of sysfs are files, and their type is there at once.
+            if (!is_directory(entries, entry) || is_dot_entry(entry.name)) {
                 continue;
             }
             switch (visit_(path_, entry.name, context_)) {
@@ -132,9 +133,10 @@ private:
 
     int subdirectory(const Entries &entries, const char *name) {
         const size_t length_before = length_;
+        const size_t name_length = strlen(name);
         text_copy(std::span(path_).subspan(length_), "/");
-        text_copy(std::span(path_).subspan(length_ + 1), name);
-        length_ += 1 + strlen(name);
+        text_copy(std::span(path_).subspan(length_ + 1), {name, name_length});
+        length_ += 1 + name_length;
         const int found = directory(&entries, name);
         length_ = length_before;
         path_[length_] = '\0';
