@@ -125,7 +125,10 @@ set(VELA_PAGE_SIZE "" CACHE STRING "The page size of the router's kernel; the li
 option(VELA_LTO "Optimise the product as a whole when it is linked (GCC)" OFF)
 
 # How whatever ships is compiled and linked.
-set(NO_UNWIND_TABLES -fno-unwind-tables -fno-asynchronous-unwind-tables)
+set(NO_UNWINDING -fno-unwind-tables -fno-asynchronous-unwind-tables)
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fno-omit-frame-pointer") # a packager may want them; sanitizers do
+    list(APPEND NO_UNWINDING -fomit-frame-pointer)
+endif()
 function(vela_product target)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
@@ -134,14 +137,14 @@ function(vela_product target)
     target_compile_options(${target} PRIVATE
         $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
         # Nothing unwinds the stack, and pages of its own for the code cost flash: a fifth of the file, both together.
-        ${NO_UNWIND_TABLES}
+        ${NO_UNWINDING}
         -ffunction-sections -fdata-sections
         $<$<BOOL:${VELA_LTO}>:-flto=auto -ffat-lto-objects>
         -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef)
     target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now
         -Wl,-z,noseparate-code $<$<BOOL:${VELA_PACKED_RELOCATIONS}>:-Wl,-z,pack-relative-relocs>
         $<$<BOOL:${VELA_PAGE_SIZE}>:-Wl,-z,max-page-size=${VELA_PAGE_SIZE},-z,common-page-size=${VELA_PAGE_SIZE}>
-        $<IF:$<BOOL:${VELA_LTO}>,-flto=auto,-fno-lto> ${NO_UNWIND_TABLES})
+        $<IF:$<BOOL:${VELA_LTO}>,-flto=auto,-fno-lto> ${NO_UNWINDING})
 endfunction()
 
 # The C++ compiler's libraries would be added for the C++ objects; without them a stray need is a link error.
