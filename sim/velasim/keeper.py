@@ -1,8 +1,9 @@
 """The process that is the simulated router.
 
-Born in the nursery (nursery.py), it makes the namespaces, becomes their first process, plays the modems and obeys the commands
-that come as JSON lines over a socket. When that socket closes, for whatever reason, it ends; and with it, as it is
-the first process of a PID namespace and the owner of a mount namespace, everything that ran or was mounted in it.
+Born in the nursery (nursery.py), it makes the namespaces, becomes their first process, plays the modems and obeys the
+commands that come as JSON lines over a socket. When that socket closes, for whatever reason, it ends; and with it, as
+it is the first process of a PID namespace and the owner of a mount namespace, everything that ran or was mounted in
+it.
 """
 
 import json

@@ -72,7 +72,7 @@ def main() -> None:
         if os.fork() == 0:
             asked.close()
             signal.signal(signal.SIGCHLD, signal.SIG_DFL)
-            control, setup, _, errors = descriptors
+            control, setup, _life, errors = descriptors  # _life stays open in all that lives in the router
             try:
                 os.dup2(errors, 2)
                 keeper.main(socket.socket(fileno=control), setup)
